@@ -1,0 +1,1 @@
+// Intentionally empty: the shared object is made of the whole entity library.
