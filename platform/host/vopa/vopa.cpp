@@ -96,6 +96,22 @@ void destroyEventLocked(Framework &f, event_ptr_t ev) {
     f.changed.notify_all();
 }
 
+event_ptr_t newEventWithDataLocked(Framework &f, event_id_t id, const void *data, int len,
+                                   uint32_t requester) {
+    event_ptr_t ev = newEventLocked(f, id, requester);
+    if (ev == nullptr) return nullptr;
+    if (data != nullptr && len > 0) {
+        ev->data = static_cast<uint8_t *>(malloc(len));
+        if (ev->data == nullptr) {
+            destroyEventLocked(f, ev);
+            return nullptr;
+        }
+        memcpy(ev->data, data, len);
+        ev->len = len;
+    }
+    return ev;
+}
+
 TaskRec *taskOf(task_ptr_t task) {
     return task ? static_cast<TaskRec *>(task->impl) : nullptr;
 }
@@ -202,15 +218,9 @@ void deliver(vopa_host::DeliveryKind kind, event_ptr_t ev, int32_t to,
         if (it == f.tasks.end()) continue;
         event_ptr_t copy = pending;
         if (copy == nullptr) {
-            copy = newEventLocked(f, d.id, 0);
+            copy =
+                newEventWithDataLocked(f, d.id, d.data.data(), static_cast<int>(d.data.size()), 0);
             if (copy == nullptr) continue;
-            if (!d.data.empty()) {
-                copy->data = static_cast<uint8_t *>(malloc(d.data.size()));
-                if (copy->data != nullptr) {
-                    memcpy(copy->data, d.data.data(), d.data.size());
-                    copy->len = static_cast<int>(d.data.size());
-                }
-            }
         }
         pending = nullptr;
         it->second->queue.push_back(copy);
@@ -516,22 +526,19 @@ bool entity_init_gate_open() {
     return f.gate_open;
 }
 
+event_ptr_t new_event(event_id_t id, const void *data, int len, uint32_t requester) {
+    Framework &f = fw();
+    std::lock_guard<std::mutex> lock(f.lock);
+    return newEventWithDataLocked(f, id, data, len, requester);
+}
+
 bool post(task_id_t task, event_id_t id, const void *data, int len, uint32_t requester) {
     Framework &f = fw();
     std::lock_guard<std::mutex> lock(f.lock);
     auto it = f.tasks.find(task);
     if (it == f.tasks.end()) return false;
-    event_ptr_t ev = newEventLocked(f, id, requester);
+    event_ptr_t ev = newEventWithDataLocked(f, id, data, len, requester);
     if (ev == nullptr) return false;
-    if (data != nullptr && len > 0) {
-        ev->data = static_cast<uint8_t *>(malloc(len));
-        if (ev->data == nullptr) {
-            destroyEventLocked(f, ev);
-            return false;
-        }
-        memcpy(ev->data, data, len);
-        ev->len = len;
-    }
     it->second->queue.push_back(ev);
     it->second->wake.notify_all();
     return true;

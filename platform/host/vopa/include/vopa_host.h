@@ -42,6 +42,9 @@ bool entity_init_gate_open();
 
 // Enqueues a new event for `task` carrying `requester` as its ext id. False if no such task.
 bool post(task_id_t task, event_id_t id, const void *data, int len, uint32_t requester);
+// A live event that is not queued anywhere, as a requester would hand it to a task; the caller
+// passes it on (the entity then owns it).
+event_ptr_t new_event(event_id_t id, const void *data, int len, uint32_t requester);
 // Waits until `task` has no queued event and is not running its handler.
 bool wait_task_idle(task_id_t task, int timeout_ms);
 bool task_registered(task_id_t task);
