@@ -1,0 +1,142 @@
+// Entity start-up and exit through the host framework: what init builds, in which order it logs,
+// what it registers, and how it fails.
+#include <binder/ProcessState.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <atomic>
+
+#include "rilproxy_entity.h"
+#include "support/log_capture.h"
+#include "vopa_host.h"
+
+namespace {
+std::atomic<bool> gFailCalloc{false};
+}
+
+extern "C" void *__real_calloc(size_t n, size_t size);
+extern "C" void *__wrap_calloc(size_t n, size_t size) {
+    if (gFailCalloc.load()) return nullptr;
+    return __real_calloc(n, size);
+}
+
+namespace {
+
+class EntityTest : public testing::Test {
+protected:
+    // The entity-init gate stays closed, so the reader thread waits and leaves the context alone.
+    void SetUp() override { vopa_host::reset(); }
+};
+
+rilproxy_entity_priv_t *contextOf(const vopa_entity_t &entity) {
+    return static_cast<rilproxy_entity_priv_t *>(entity.priv);
+}
+
+TEST_F(EntityTest, InitBuildsContextAndRegistersTask) {
+    LogCapture logs;
+    vopa_entity_t entity = {};
+    ASSERT_EQ(rilproxy_entity_init(&entity, nullptr), &entity);
+    rilproxy_entity_priv_t *ctx = contextOf(entity);
+    ASSERT_NE(ctx, nullptr);
+    EXPECT_EQ(entity.id, 21);
+    EXPECT_EQ(static_cast<void *>(&ctx->task), static_cast<void *>(ctx));
+
+    EXPECT_EQ(ctx->serial_seq, 1u);
+    EXPECT_EQ(ctx->cmd_thread.fd.load(), -1);
+    EXPECT_EQ(ctx->urc_thread.fd.load(), 0);  // never served
+    EXPECT_EQ(ctx->cmd_thread.enabled.load(), 1);
+    EXPECT_EQ(ctx->urc_thread.enabled.load(), 1);
+    EXPECT_EQ(ctx->cmd_thread.entity, ctx);
+    EXPECT_EQ(ctx->urc_thread.entity, ctx);
+    EXPECT_EQ(ctx->cmd_thread.socket_name[0], 0);
+    EXPECT_NE(ctx->cmd_thread.sock_mutex.lock, nullptr);
+    EXPECT_EQ(ctx->urc_thread.sock_mutex.lock, nullptr);
+    EXPECT_NE(ctx->event_pool_mutex.lock, nullptr);
+
+    // The pre-loaded wake-up byte waits in the command pipe for the reader.
+    fcntl(ctx->cmd_thread.pipe_fd[0], F_SETFL, O_NONBLOCK);
+    char buf[4];
+    EXPECT_EQ(read(ctx->cmd_thread.pipe_fd[0], buf, sizeof(buf)), 1);
+    EXPECT_EQ(buf[0], ' ');
+    EXPECT_EQ(vopa_host::threads_started(), 1);
+
+    EXPECT_TRUE(vopa_host::task_registered(TASK_ID_RILPROXY));
+    EXPECT_EQ(vopa_host::task_entity_id(TASK_ID_RILPROXY), 21);
+    EXPECT_EQ(vopa_host::task_user(TASK_ID_RILPROXY), ctx);
+    for (event_id_t id : {2004, 2005, 2006, 2007, 2008}) {
+        EXPECT_TRUE(vopa_host::subscribed(TASK_ID_RILPROXY, id)) << id;
+    }
+    EXPECT_FALSE(vopa_host::subscribed(TASK_ID_RILPROXY, EVENT_RILPROXY_ATCMD_REQ));
+
+    auto messages = logs.messages();
+    ASSERT_GE(messages.size(), 3u);
+    EXPECT_EQ(messages[0], "before call initWithDriver\n");
+    EXPECT_EQ(messages[1].rfind("init_fp = 0x", 0), 0u) << messages[1];
+    EXPECT_EQ(messages[2], "after call initWithDriver");
+    // The binder state was opened on the vendor driver and the strong pointer released at once.
+    android::sp<android::ProcessState> ps = android::ProcessState::self();
+    EXPECT_STREQ(ps->getDriverName(), "/dev/vndbinder");
+    EXPECT_EQ(ps->getStrongCount(), 1);
+
+    EXPECT_EQ(rilproxy_entity_exit(&entity), &entity);
+    EXPECT_EQ(entity.id, 0);
+    EXPECT_FALSE(vopa_host::task_registered(TASK_ID_RILPROXY));
+}
+
+TEST_F(EntityTest, NullEntityStillGetsATask) {
+    EXPECT_EQ(rilproxy_entity_init(nullptr, nullptr), nullptr);
+    EXPECT_TRUE(vopa_host::task_registered(TASK_ID_RILPROXY));
+    EXPECT_EQ(vopa_host::task_entity_id(TASK_ID_RILPROXY), 0);
+    EXPECT_NE(vopa_host::task_user(TASK_ID_RILPROXY), nullptr);
+    EXPECT_EQ(rilproxy_entity_exit(nullptr), nullptr);
+}
+
+TEST_F(EntityTest, VersionLine) {
+    LogCapture logs;
+    rilproxy_entity_version();
+    ASSERT_EQ(logs.lines().size(), 1u);
+    EXPECT_EQ(logs.lines()[0].message, "RILPROXY Version : 1.0.20170215Icdb15d085");
+    EXPECT_EQ(logs.lines()[0].prio, android_log_prio[8]);
+}
+
+// Leaves exactly `spare` descriptors free for the code that follows.
+void limitDescriptors(int spare) {
+    int lowest = dup(0);
+    close(lowest);
+    rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = lowest + spare;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+struct FailureCase {
+    const char *name;
+    void (*arrange)();
+    const char *pattern;
+};
+
+TEST_F(EntityTest, InitFailuresEndTheProcess) {
+    const FailureCase cases[] = {
+        {"context", [] { gFailCalloc = true; }, "can't allocate the memory[^\n]*\n[^\n]*ASSERT!!!!!!"},
+        {"command pipe", [] { limitDescriptors(1); },
+         "can't create the pipe[^\n]*\n[^\n]*ASSERT!!!!!!"},
+        {"URC pipe", [] { limitDescriptors(3); },
+         "can't create the pipe[^\n]*\n[^\n]*ASSERT!!!!!!"},
+    };
+    for (const FailureCase &c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EXIT(
+            {
+                c.arrange();
+                vopa_entity_t entity = {};
+                rilproxy_entity_init(&entity, nullptr);
+                exit(0);
+            },
+            testing::ExitedWithCode(255), c.pattern);
+    }
+}
+
+}  // namespace
