@@ -4,7 +4,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -15,12 +14,23 @@
 
 namespace {
 std::atomic<bool> gFailCalloc{false};
-}
+std::atomic<int> gFailPipeNumber{0};  // 1: the first pipe() call fails, 2: the second, ...
+std::atomic<int> gPipeCalls{0};
+}  // namespace
 
 extern "C" void *__real_calloc(size_t n, size_t size);
 extern "C" void *__wrap_calloc(size_t n, size_t size) {
     if (gFailCalloc.load()) return nullptr;
     return __real_calloc(n, size);
+}
+
+extern "C" int __real_pipe(int fds[2]);
+extern "C" int __wrap_pipe(int fds[2]) {
+    if (++gPipeCalls == gFailPipeNumber.load()) {
+        errno = EMFILE;
+        return -1;
+    }
+    return __real_pipe(fds);
 }
 
 namespace {
@@ -102,16 +112,6 @@ TEST_F(EntityTest, VersionLine) {
     EXPECT_EQ(logs.lines()[0].prio, android_log_prio[8]);
 }
 
-// Leaves exactly `spare` descriptors free for the code that follows.
-void limitDescriptors(int spare) {
-    int lowest = dup(0);
-    close(lowest);
-    rlimit limit;
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = lowest + spare;
-    setrlimit(RLIMIT_NOFILE, &limit);
-}
-
 struct FailureCase {
     const char *name;
     void (*arrange)();
@@ -120,10 +120,11 @@ struct FailureCase {
 
 TEST_F(EntityTest, InitFailuresEndTheProcess) {
     const FailureCase cases[] = {
-        {"context", [] { gFailCalloc = true; }, "can't allocate the memory[^\n]*\n[^\n]*ASSERT!!!!!!"},
-        {"command pipe", [] { limitDescriptors(1); },
+        {"context", [] { gFailCalloc = true; },
+         "can't allocate the memory[^\n]*\n[^\n]*ASSERT!!!!!!"},
+        {"command pipe", [] { gFailPipeNumber = 1; },
          "can't create the pipe[^\n]*\n[^\n]*ASSERT!!!!!!"},
-        {"URC pipe", [] { limitDescriptors(3); },
+        {"URC pipe", [] { gFailPipeNumber = 2; },
          "can't create the pipe[^\n]*\n[^\n]*ASSERT!!!!!!"},
     };
     for (const FailureCase &c : cases) {
