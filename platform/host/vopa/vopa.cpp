@@ -313,33 +313,37 @@ int vopa_task_init(task_ptr_t task, int32_t entity_id, task_id_t task_id) {
         task->set_handler = setHandler;
     }
     pthread_attr_t attr;
-    if (startThread(&attr, taskThread, rec, &rec->thread) != 0) {
+    pthread_t tid;
+    if (startThread(&attr, taskThread, rec, &tid) != 0) {
         std::lock_guard<std::mutex> lock(f.lock);
         f.tasks.erase(task_id);
         task->impl = nullptr;
         delete rec;
         return -1;
     }
+    std::lock_guard<std::mutex> lock(f.lock);
+    rec->thread = tid;
     return 0;
 }
 
 int vopa_task_exit(task_ptr_t task) {
     Framework &f = fw();
-    TaskRec *rec;
+    pthread_t thread;
     {
         std::lock_guard<std::mutex> lock(f.lock);
-        rec = taskOf(task);
+        TaskRec *rec = taskOf(task);
         if (rec == nullptr) return -1;
         f.tasks.erase(rec->id);
         task->impl = nullptr;
         rec->stopping = true;
+        thread = rec->thread;  // the record is the task thread's to free from here on
         rec->wake.notify_all();
     }
-    // The task thread frees its record; an exit from the task's own handler cannot wait for it.
-    if (pthread_equal(rec->thread, pthread_self())) {
-        pthread_detach(rec->thread);
+    // An exit from the task's own handler cannot wait for itself.
+    if (pthread_equal(thread, pthread_self())) {
+        pthread_detach(thread);
     } else {
-        pthread_join(rec->thread, nullptr);
+        pthread_join(thread, nullptr);
     }
     return 0;
 }
