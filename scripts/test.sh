@@ -55,8 +55,7 @@ run_sanitizer() {
   local name=$1 flags=$2
   echo "== $name build ($flags)"
   rm -rf "out/$name"
-  cmake -S . -B "out/$name" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DZOK_SANITIZE="$flags" \
-        -DZOK_BUILD_TOOLS=OFF >/dev/null
+  cmake -S . -B "out/$name" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DZOK_SANITIZE="$flags" >/dev/null
   cmake --build "out/$name" -j "$jobs"
   echo "== $name tests"
   (cd "out/$name" &&
