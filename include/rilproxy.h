@@ -111,12 +111,18 @@ typedef struct {
 static_assert(sizeof(ril_handler_t) == sizeof(ril_handler_tlv_t), "rows share one layout");
 static_assert(offsetof(ril_handler_t, req) == 16, "row req pointer");
 static_assert(offsetof(ril_handler_tlv_t, err) == offsetof(ril_handler_t, err), "row err");
+static_assert(offsetof(ril_handler_t, resp) == 16 + sizeof(void *), "row resp pointer");
+static_assert(offsetof(ril_handler_t, err) == 16 + 2 * sizeof(void *), "row err pointer");
+static_assert(sizeof(ril_handler_t) == 16 + 3 * sizeof(void *), "row size");
 
 // Rows of ril_notifys; the table ends at the row whose id is 0 or whose handler is null.
 typedef struct {
     int32_t id;
     ril_notify_fn_t handler;
 } ril_notify_t;
+
+static_assert(offsetof(ril_notify_t, handler) == sizeof(void *), "notify row handler");
+static_assert(sizeof(ril_notify_t) == 2 * sizeof(void *), "notify row size");
 
 // ---- Payload records exchanged with other framework entities -----------------------------
 
@@ -153,11 +159,13 @@ static_assert(offsetof(AtCommandResponse, status) == 16, "AT response status");
 static_assert(offsetof(AtCommandResponse, text) == 20, "AT response text");
 static_assert(sizeof(AtCommandRequest) == 24, "AT request size");
 static_assert(offsetof(AtCommandRequest, channel) == 8, "AT request channel");
+static_assert(offsetof(AtCommandRequest, sim_id) == 12, "AT request SIM id");
 static_assert(offsetof(AtCommandRequest, command) == 16, "AT request text pointer");
 
 // The AT relay's hand-built request body: channel index, text length, text bounded to 512.
 #define RILPROXY_AT_BODY_SIZE 520
 #define RILPROXY_AT_BODY_TEXT_SIZE 512
+static_assert(RILPROXY_AT_BODY_SIZE == 8 + RILPROXY_AT_BODY_TEXT_SIZE, "AT body size");
 
 typedef struct {
     int32_t status;
@@ -165,6 +173,7 @@ typedef struct {
 } StatusOnlyReply;
 
 static_assert(sizeof(StatusOnlyReply) == 8, "status-only reply size");
+static_assert(offsetof(StatusOnlyReply, status) == 0, "status-only reply status");
 
 #define RILPROXY_DATA_NOTIFICATION_SIZE 128
 #define RILPROXY_DATA_NOTIFICATION_TEXT "rildproxy"
@@ -181,6 +190,7 @@ typedef struct {
 } RilproxyConnectRequest;
 
 static_assert(sizeof(RilproxyConnectRequest) == 64, "connect payload size");
+static_assert(offsetof(RilproxyConnectRequest, urc_socket_name) == 32, "connect URC name");
 
 #define RILPROXY_SETUP_STRINGS 5
 #define RILPROXY_SETUP_TEXT_SIZE 128
@@ -209,6 +219,7 @@ static_assert(offsetof(DataCallSetupRequest, authType) == 640, "setup authType")
 static_assert(offsetof(DataCallSetupRequest, protocol) == 644, "setup protocol");
 static_assert(offsetof(DataCallSetupRequest, cid) == 648, "setup cid");
 static_assert(offsetof(DataCallSetupRequest, mIsValid) == 656, "setup mIsValid");
+static_assert(offsetof(DataCallSetupRequest, reserved1) == 696, "setup unused word");
 static_assert(offsetof(DataCallSetupRequest, simId) == 700, "setup simId");
 static_assert(sizeof(DataCallSetupRequest) == 704, "setup request size");
 
@@ -221,6 +232,7 @@ typedef struct {
 } CallIdCauseRequest;
 
 static_assert(offsetof(CallIdCauseRequest, simId) == 8, "id/cause simId");
+static_assert(offsetof(CallIdCauseRequest, cause) == 4, "id/cause cause");
 static_assert(sizeof(CallIdCauseRequest) == 12, "id/cause size");
 
 #define RILPROXY_APN_TEXT_SIZE 128
@@ -255,6 +267,9 @@ typedef struct {
 } HandoverRequest;
 
 static_assert(sizeof(HandoverRequest) == 6, "handover size");
+static_assert(offsetof(HandoverRequest, hoStatus) == 1, "handover status");
+static_assert(offsetof(HandoverRequest, cid) == 3, "handover cid");
+static_assert(offsetof(HandoverRequest, targetRanType) == 5, "handover target ran type");
 
 // EVENT_RB_DM_PDN_INFO_IND payload.
 typedef struct {
@@ -277,12 +292,14 @@ typedef struct {
 } DataCallSetupReply;
 
 static_assert(sizeof(DataCallSetupReply) == 47876, "set-up reply size");
+static_assert(offsetof(DataCallSetupReply, dcall) == 4, "set-up reply record");
 static_assert(offsetof(DataCallSetupReply, dcall) + offsetof(ZOK_Data_Call_Response_v11, simId) ==
                   47868,
               "set-up reply simId");
 
 // The data-call list notification copies four bytes less than the reply.
 #define RILPROXY_DCALL_LIST_NOTIFY_SIZE 47872
+static_assert(RILPROXY_DCALL_LIST_NOTIFY_SIZE == sizeof(DataCallSetupReply) - 4, "4021 length");
 
 // EVENT_SETUP_DEDICATE_DATA_CALL_RESP / EVENT_MODIFY_DATA_CALL_RESP, one per bearer.
 typedef struct {
@@ -304,6 +321,7 @@ typedef struct {
 } BearerNotification;
 
 static_assert(sizeof(BearerNotification) == 3960, "bearer notification size");
+static_assert(offsetof(BearerNotification, bearer) == 4, "bearer notification record");
 
 typedef struct {
     int32_t status;
@@ -319,6 +337,7 @@ typedef struct {
 } FailCauseReply;
 
 static_assert(sizeof(FailCauseReply) == 8, "fail cause reply size");
+static_assert(offsetof(FailCauseReply, cause) == 4, "fail cause reply cause");
 
 // Events 4026 and 4052: a status and a cid (or nothing).
 typedef struct {
@@ -327,10 +346,14 @@ typedef struct {
 } ShortStatusNotification;
 
 static_assert(sizeof(ShortStatusNotification) == 8, "short status notification size");
+static_assert(offsetof(ShortStatusNotification, cid) == 4, "short status notification cid");
 
 // Sizes of the TLV results forwarded by the dispatcher (2006..2008), after their serial word.
 #define RILPROXY_TLV_DATA_CALL_INFO_SIZE 47876
 #define RILPROXY_TLV_PCSCF_INFO_SIZE 264
 #define RILPROXY_TLV_FAIL_CAUSE_SIZE 8
+static_assert(RILPROXY_TLV_DATA_CALL_INFO_SIZE == sizeof(DataCallSetupReply), "2006 body");
+static_assert(RILPROXY_TLV_PCSCF_INFO_SIZE == sizeof(PcscfDiscoveryReply), "2007 body");
+static_assert(RILPROXY_TLV_FAIL_CAUSE_SIZE == sizeof(FailCauseReply), "2008 body");
 
 #endif  // ZOK_RILPROXY_H
