@@ -1,13 +1,258 @@
-// The entity's task handler (placeholder until the dispatcher lands): logs and frees every event.
-// Framework task thread.
+// The entity's task handler: routes every event addressed to task 202 (connection control, TLV
+// results, the AT-command relay, the handler tables). Framework task thread, holding the command
+// channel's sock_mutex for the whole event. Every log line is written from rilproxy_task_hdl
+// itself.
 #include "core/dispatcher.h"
 
-#include "core/log.h"
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
 
-void *rilproxy_task_hdl(task_ptr_t, event_ptr_t event, void *) {
+#include "core/event_pool.h"
+#include "core/framework_calls.h"
+#include "core/handler_lookup.h"
+#include "core/log.h"
+#include "core/replies.h"
+#include "rilproxy_entity.h"
+#include "transport/frame.h"
+
+namespace {
+
+const uint32_t kAtChannelExt = 308;  // and above: the extended AT request
+const uint32_t kAtChannel307 = 307;
+const uint32_t kAtChannelBase = 301;  // index 0 of the plain AT request
+
+// Copies at most `len` payload bytes into a zeroed record, so a short payload reads as zeros.
+void copyBounded(void *record, size_t size, const void *data, int len) {
+    memset(record, 0, size);
+    if (data == nullptr || len <= 0) return;
+    memcpy(record, data, static_cast<size_t>(len) < size ? static_cast<size_t>(len) : size);
+}
+
+// `name` is a fixed 32-byte field that need not hold a NUL.
+void storeSocketName(char *dst, const char *name) {
+    size_t n = strnlen(name, RILPROXY_SOCKET_NAME_SIZE - 1);
+    memcpy(dst, name, n);
+    dst[n] = '\0';
+}
+
+void wakeChannels(rilproxy_entity_priv_t *ctx) {
+    // The byte only wakes the reader; nothing reads its value, so a failed write is not retried.
+    ssize_t r = write(ctx->cmd_thread.pipe_fd[1], " ", 1);
+    r = write(ctx->urc_thread.pipe_fd[1], " ", 1);
+    (void)r;
+}
+
+void answerConnection(task_ptr_t task, event_ptr_t event) {
+    event_ptr_t reply = vopa_event_alloc(event);
+    // Guard: the framework may fail the allocation; there is then nothing to answer with.
+    if (reply == nullptr) return;
+    int32_t result = 0;
+    event_set_data(reply, 0, &result, sizeof(result));
+    if (task == nullptr) {
+        vopa_event_free(reply);
+        return;
+    }
+    uint32_t requester = vopa_event_get_ext_id(reply);
+    if (requester != 0) {
+        vopa_context_common_send(task, reply, static_cast<task_id_t>(requester));
+    } else {
+        vopa_task_bcast_ext_event(task, reply);
+    }
+}
+
+}  // namespace
+
+void *rilproxy_task_hdl(task_ptr_t task, event_ptr_t event, void *user) {
+    rilproxy_entity_priv_t *ctx = static_cast<rilproxy_entity_priv_t *>(user);
     event_id_t id = event_get_id(event);
+    bool parked = false;
+
     RLOGI("rilproxy_task_hdl(), receive event ID %s(%d)\n", event_get_name(id), id);
-    RLOGE("rilproxy_task_hdl(): an unknown event");
-    vopa_event_free(event);
+    if (ctx == nullptr) {
+        vopa_event_free(event);
+        return nullptr;
+    }
+
+    rilproxy_mutex_lock(&ctx->cmd_thread.sock_mutex);
+    switch (id) {
+        case EVENT_RILPROXY_CONNECT:
+        case EVENT_RILPROXY_DISCONNECT: {
+            int32_t enable = id == EVENT_RILPROXY_CONNECT ? 1 : 0;
+            if (enable) {
+                RLOGI("EVENT_RILPROXY_CONNECT, enable the RIL Command/URC thread");
+                int len = 0;
+                void *data = event_get_data(event, 0, &len);
+                if (data != nullptr) {
+                    RilproxyConnectRequest names;
+                    copyBounded(&names, sizeof(names), data, len);
+                    // An empty name keeps what an earlier connect configured.
+                    if (names.cmd_socket_name[0] != '\0') {
+                        storeSocketName(ctx->cmd_thread.socket_name, names.cmd_socket_name);
+                        RLOGI("Update RIL Command socket name = %s", ctx->cmd_thread.socket_name);
+                    }
+                    if (names.urc_socket_name[0] != '\0') {
+                        storeSocketName(ctx->urc_thread.socket_name, names.urc_socket_name);
+                        RLOGI("Update RIL URC socket name = %s", ctx->urc_thread.socket_name);
+                    }
+                }
+            } else {
+                RLOGI("EVENT_RILPROXY_DISCONNECT, disable the RIL Command/URC thread");
+            }
+            ctx->cmd_thread.enabled.store(enable, std::memory_order_relaxed);
+            ctx->urc_thread.enabled.store(enable, std::memory_order_relaxed);
+            wakeChannels(ctx);
+            answerConnection(task, event);
+            break;
+        }
+
+        case EVENT_RESP_DATA_CALL_INFO:
+        case EVENT_RESP_PCSCF_PCO:
+        case EVENT_RESP_LAST_FAIL_CAUSE: {
+            event_id_t resp_id;
+            size_t size;
+            if (id == EVENT_RESP_DATA_CALL_INFO) {
+                RLOGI("EVENT_RESP_DATA_CALL_INFO");
+                resp_id = EVENT_SETUP_DATA_CALL_RESP;
+                size = RILPROXY_TLV_DATA_CALL_INFO_SIZE;
+            } else if (id == EVENT_RESP_PCSCF_PCO) {
+                RLOGI("EVENT_RESP_PCSCF_PCO");
+                resp_id = EVENT_PCSCF_DISCOVERY_PCO_RESP;
+                size = RILPROXY_TLV_PCSCF_INFO_SIZE;
+            } else {
+                RLOGI("EVENT_RESP_LAST_FAIL_CAUSE");
+                resp_id = EVENT_LAST_DATA_CALL_FAIL_CAUSE_RESP;
+                size = RILPROXY_TLV_FAIL_CAUSE_SIZE;
+            }
+            int len = 0;
+            void *data = event_get_data(event, 0, &len);
+            // Fewer than 4 bytes carry no serial number, so they count as no payload at all.
+            if (data == nullptr || len < static_cast<int>(sizeof(uint32_t))) {
+                RLOGE("data %p is NULL or data %d len is 0", data, len);
+                break;
+            }
+            uint32_t serial_no;
+            memcpy(&serial_no, data, sizeof(serial_no));
+            event_ptr_t waiting = rilproxy_take_event_by_serial(ctx, serial_no);
+            if (waiting == nullptr) {
+                RLOGE("not found req_event_ptr for serial_no %x", serial_no);
+                break;
+            }
+            // The answer always has its record's fixed size. A shorter result is padded with
+            // zeros here instead of being read past its end.
+            unsigned char body[RILPROXY_TLV_DATA_CALL_INFO_SIZE];
+            copyBounded(body, size, static_cast<unsigned char *>(data) + sizeof(serial_no),
+                        len - static_cast<int>(sizeof(serial_no)));
+            rilproxy_reply_response(reinterpret_cast<task_ptr_t>(ctx), waiting, resp_id, body,
+                                    static_cast<int>(size));
+            vopa_event_free(waiting);
+            break;
+        }
+
+        case EVENT_RILPROXY_ATCMD_REQ: {
+            task_ptr_t self = reinterpret_cast<task_ptr_t>(ctx);
+            int len = 0;
+            void *data = event_get_data(event, 0, &len);
+            if (data == nullptr) {
+                RLOGE("can't get the data");
+                rilproxy_send_atcmd_response(self, event, nullptr, AT_STATUS_NO_DATA, nullptr);
+                break;
+            }
+            AtCommandRequest request;
+            copyBounded(&request, sizeof(request), data, len);
+            // A record without a text pointer (or too short to hold one) has nothing to send.
+            if (request.command == nullptr) {
+                RLOGE("can't get the data");
+                rilproxy_send_atcmd_response(self, event, request.token, AT_STATUS_NO_DATA,
+                                             nullptr);
+                break;
+            }
+            if (ctx->cmd_thread.fd.load(std::memory_order_relaxed) < 0) {
+                RLOGE("RILD is disconnected");
+                rilproxy_send_atcmd_response(self, event, request.token, AT_STATUS_NOT_SENT,
+                                             nullptr);
+                break;
+            }
+            uint32_t serial = rilproxy_add_event_to_pool(ctx, event);
+            if (serial == 0) {
+                RLOGE("event pool is full");
+                rilproxy_send_atcmd_response(self, event, request.token, AT_STATUS_NOT_SENT,
+                                             nullptr);
+                break;
+            }
+
+            // Unsigned on purpose: a channel of 300 or less wraps the index below zero, which
+            // the daemon rejects.
+            uint32_t channel = request.channel;
+            int32_t ril_request_id;
+            int32_t index;
+            if (channel >= kAtChannelExt) {
+                ril_request_id = ZOKRIL_REQUEST_SEND_AT_CMD_EXT;
+                index = static_cast<int32_t>(channel - kAtChannel307);
+            } else if (channel == kAtChannel307) {
+                ril_request_id = ZOKRIL_REQUEST_SEND_AT_CMD_307;
+                index = 1;
+            } else {
+                ril_request_id = ZOKRIL_REQUEST_SEND_AT_CMD;
+                index = static_cast<int32_t>(channel - kAtChannelBase);
+            }
+            RLOGI("req channel = %d, ril_request_id = %d, channel = %d", static_cast<int>(channel),
+                  ril_request_id, index);
+
+            // The Parcel form of an int32 and a NUL-terminated string padded to 4 bytes, built by
+            // hand. The length word and the body size follow the untruncated text.
+            unsigned char body[RILPROXY_AT_BODY_SIZE];
+            memset(body, 0, sizeof(body));
+            size_t text_len = strlen(request.command);
+            int32_t text_len32 = static_cast<int32_t>(text_len);
+            memcpy(body, &index, sizeof(index));
+            memcpy(body + 4, &text_len32, sizeof(text_len32));
+            snprintf(reinterpret_cast<char *>(body) + 8, RILPROXY_AT_BODY_TEXT_SIZE, "%s",
+                     request.command);
+            size_t body_len = ((text_len + 4) & ~static_cast<size_t>(3)) + 8;
+            // Guard: a text of 512 characters or more would size the body past the buffer; the
+            // text is cut at 511 there anyway, so the Parcel gets the whole buffer and no more.
+            if (body_len > sizeof(body)) body_len = sizeof(body);
+
+            rilproxy_ril_requset_param_t param;
+            param.sim_id = static_cast<int32_t>(request.sim_id);
+            param.request_id = ril_request_id;
+            param.serial_no = serial;
+            param.parcel.setData(body, body_len);
+            if (rilproxy_send_ril_request(ctx->cmd_thread.fd.load(std::memory_order_relaxed),
+                                          &param) != 0) {
+                ctx->cmd_thread.fd.store(-1, std::memory_order_relaxed);
+                RLOGE("send ril request fail");
+                // The slot stays taken, but the event is freed below, so the slot must not
+                // keep pointing at it.
+                rilproxy_hold_slot_without_event(ctx, serial);
+                rilproxy_send_atcmd_response(self, event, request.token, AT_STATUS_NOT_SENT,
+                                             nullptr);
+                break;
+            }
+            parked = true;
+            break;
+        }
+
+        default: {
+            // 2003 has no case of its own and ends up here. A TLV row ends the lookup whatever
+            // its outcome: the old table is the TLV request's fallback only via the reader.
+            ril_handler_tlv_t *tlv_row = rilproxy_find_handler_tlv(ril_handlers_tlv, id);
+            if (tlv_row != nullptr) {
+                parked = rilproxy_handle_ril_request_tlv(ctx, event, tlv_row) == 0;
+                break;
+            }
+            ril_handler_t *row = rilproxy_find_handler(ril_handlers, id);
+            if (row != nullptr) {
+                parked = rilproxy_handle_ril_request(ctx, event, row) == 0;
+                break;
+            }
+            RLOGE("rilproxy_task_hdl(): an unknown event");
+            break;
+        }
+    }
+    rilproxy_mutex_unlock(&ctx->cmd_thread.sock_mutex);
+
+    if (!parked) vopa_event_free(event);
     return nullptr;
 }

@@ -1,1 +1,215 @@
-// Not yet written.
+// The event pool and request tracking: parks framework events under serial numbers, drives one
+// request through a handler-table row, re-sends refused TLV requests and empties the pool when the
+// socket is lost. Task thread and reader thread; event_pool_mutex is held inside each operation.
+#include "core/event_pool.h"
+
+#include <string.h>
+
+#include "core/capability_sim.h"
+#include "core/framework_calls.h"
+#include "core/handler_lookup.h"
+#include "core/log.h"
+#include "core/replies.h"
+#include "rilproxy_entity.h"
+#include "transport/frame.h"
+
+namespace {
+
+const uint64_t kStatisticParked = 0x8000000000000000ull;
+const uint64_t kStatisticTaken = 0x7FFFFFFFFFFFFFFFull;
+
+bool slotHeld(const rilproxy_entity_priv_t *ctx, uint32_t slot) {
+    return (ctx->held_without_event & (1u << slot)) != 0;
+}
+
+// Error functions are logged by address, so a log line names the row that failed.
+void *fnAddress(ril_err_fn_t fn) {
+    return reinterpret_cast<void *>(fn);
+}
+
+}  // namespace
+
+ril_handler_t *rilproxy_find_handler(ril_handler_t *table, event_id_t id) {
+    if (table == nullptr) return nullptr;
+    for (ril_handler_t *row = table; row->req_event_id != 0 && row->resp_event_id != 0 &&
+                                     row->ril_request_id != 0 && row->req != nullptr;
+         ++row) {
+        if (row->req_event_id == id) return row;
+    }
+    return nullptr;
+}
+
+ril_handler_tlv_t *rilproxy_find_handler_tlv(ril_handler_tlv_t *table, event_id_t id) {
+    if (table == nullptr) return nullptr;
+    for (ril_handler_tlv_t *row = table; row->req_event_id != 0 && row->resp_event_id != 0 &&
+                                         row->ril_request_id != 0 && row->req != nullptr;
+         ++row) {
+        if (row->req_event_id == id) return row;
+    }
+    return nullptr;
+}
+
+uint32_t rilproxy_add_event_to_pool(rilproxy_entity_priv_t *ctx, event_ptr_t event) {
+    uint32_t serial = 0;
+    RilproxyMutexHold hold(&ctx->event_pool_mutex);
+    for (uint32_t slot = 0; slot < RILPROXY_EVENT_POOL_SIZE; ++slot) {
+        // A held slot is empty but still owed to a request whose event went back to its caller.
+        if (ctx->event_pool[slot] != nullptr || slotHeld(ctx, slot)) continue;
+        ctx->event_pool[slot] = event;
+        ctx->serial_seq = ctx->serial_seq > RIL_SERIAL_SEQ_MAX ? 1 : ctx->serial_seq + 1;
+        serial = slot | (ctx->serial_seq << RIL_SERIAL_SEQ_SHIFT);
+        vopa_event_do_statistic(event, kStatisticParked);
+        break;
+    }
+    return serial;
+}
+
+event_ptr_t rilproxy_take_event_by_serial(rilproxy_entity_priv_t *ctx, uint32_t serial_no) {
+    // Only the slot part is matched: a stale serial takes whatever its slot holds now. Slot
+    // numbers 32-255 fit the byte but name no slot, so they find nothing.
+    uint32_t slot = serial_no & RIL_SERIAL_SLOT_MASK;
+    event_ptr_t event = nullptr;
+    if (slot < RILPROXY_EVENT_POOL_SIZE) {
+        RilproxyMutexHold hold(&ctx->event_pool_mutex);
+        event = ctx->event_pool[slot];
+        ctx->event_pool[slot] = nullptr;
+    }
+    vopa_event_do_statistic(event, kStatisticTaken);
+    return event;
+}
+
+void rilproxy_hold_slot_without_event(rilproxy_entity_priv_t *ctx, uint32_t serial_no) {
+    uint32_t slot = serial_no & RIL_SERIAL_SLOT_MASK;
+    if (serial_no == 0 || slot >= RILPROXY_EVENT_POOL_SIZE) return;
+    RilproxyMutexHold hold(&ctx->event_pool_mutex);
+    ctx->event_pool[slot] = nullptr;
+    ctx->held_without_event |= 1u << slot;
+}
+
+int rilproxy_handle_ril_request(rilproxy_entity_priv_t *ctx, event_ptr_t event,
+                                ril_handler_t *row) {
+    event_id_t resp_event_id = row->resp_event_id;
+    int32_t ril_request_id = row->ril_request_id;
+    rilproxy_ril_requset_param_t param;
+    uint32_t serial = 0;
+
+    if (ctx->cmd_thread.fd.load(std::memory_order_relaxed) < 0) {
+        RLOGE("RILD is disconnected (%p)", fnAddress(row->err));
+        goto fail;
+    }
+    serial = rilproxy_add_event_to_pool(ctx, event);
+    if (serial == 0) {
+        RLOGE("event pool is full (%p)", fnAddress(row->err));
+        goto fail;
+    }
+    param.sim_id = rilproxy_get_capability_sim();
+    param.request_id = ril_request_id;
+    param.serial_no = serial;
+    // sim_id leads the record, so the request function may read it as the feature record.
+    if (row->req(event, param.parcel, reinterpret_cast<ril_supported_feature_t *>(&param)) < 0) {
+        RLOGE("callback error (%p)", fnAddress(row->err));
+        goto fail;
+    }
+    if (rilproxy_send_ril_request(ctx->cmd_thread.fd.load(std::memory_order_relaxed), &param) ==
+        0) {
+        return 0;
+    }
+    ctx->cmd_thread.fd.store(-1, std::memory_order_relaxed);
+    RLOGE("send ril error (%p)", fnAddress(row->err));
+
+fail:
+    // Unlike the TLV path, the slot stays taken. The event itself goes back to the caller, who
+    // frees it, so the slot must stop pointing at it before anything else can reach it there.
+    rilproxy_hold_slot_without_event(ctx, serial);
+    if (row->err != nullptr) {
+        row->err(reinterpret_cast<task_ptr_t>(ctx), event, resp_event_id, ZOKRIL_E_GENERIC_FAILURE);
+    }
+    return -1;
+}
+
+int rilproxy_handle_ril_request_tlv(rilproxy_entity_priv_t *ctx, event_ptr_t event,
+                                    ril_handler_tlv_t *row) {
+    event_id_t resp_event_id = row->resp_event_id;
+    int32_t ril_request_id = row->ril_request_id;
+    rilproxy_ril_requset_param_t param;
+    uint32_t serial = 0;
+
+    if (ctx->cmd_thread.fd.load(std::memory_order_relaxed) < 0) {
+        RLOGE("RILD is disconnected (%p)", fnAddress(row->err));
+        goto fail;
+    }
+    serial = rilproxy_add_event_to_pool(ctx, event);
+    if (serial == 0) {
+        RLOGE("event pool is full (%p)", fnAddress(row->err));
+        goto fail;
+    }
+    // The retry flag lets the reader re-send through ril_handlers if the daemon refuses it.
+    serial |= RIL_SERIAL_RETRY_FLAG;
+    param.sim_id = rilproxy_get_capability_sim();
+    param.request_id = ril_request_id;
+    param.serial_no = serial;
+    if (row->req(event, param.parcel, &param) < 0) {
+        RLOGE("callback error (%p)", fnAddress(row->err));
+        goto fail;
+    }
+    if (rilproxy_send_ril_request(ctx->cmd_thread.fd.load(std::memory_order_relaxed), &param) ==
+        0) {
+        return 0;
+    }
+    ctx->cmd_thread.fd.store(-1, std::memory_order_relaxed);
+    RLOGE("send ril error (%p)", fnAddress(row->err));
+
+fail:
+    if (row->err != nullptr) {
+        row->err(reinterpret_cast<task_ptr_t>(ctx), event, resp_event_id, ZOKRIL_E_GENERIC_FAILURE);
+    }
+    // The TLV path gives its slot back, after the error function has answered. Without a serial
+    // nothing was parked, and taking serial 0 would empty slot 0 of someone else's request.
+    if (serial != 0) rilproxy_take_event_by_serial(ctx, serial);
+    return -1;
+}
+
+int rilproxy_retry_old_request(rilproxy_entity_priv_t *ctx, event_ptr_t event) {
+    event_id_t id = event_get_id(event);
+    RLOGI("retry old request for event ID %s(%d)\n", event_get_name(id), id);
+    ril_handler_t *row = rilproxy_find_handler(ril_handlers, id);
+    if (row == nullptr) {
+        RLOGE("rilproxy_task_hdl(): an unknown event");
+    } else if (rilproxy_handle_ril_request(ctx, event, row) == 0) {
+        return 0;
+    }
+    // The reader treats the event as handed over and never frees it. When the re-send did not
+    // park it (the error function has answered, or there was no row), nobody else holds it, so
+    // it is released here rather than leaked.
+    vopa_event_free(event);
+    return 0;
+}
+
+int rilproxy_free_all_event(rilproxy_entity_priv_t *ctx) {
+    RilproxyMutexHold hold(&ctx->event_pool_mutex);
+    for (uint32_t slot = 0; slot < RILPROXY_EVENT_POOL_SIZE; ++slot) {
+        event_ptr_t event = ctx->event_pool[slot];
+        if (event == nullptr) continue;
+        if (event_get_id(event) == EVENT_RILPROXY_ATCMD_REQ) {
+            // Bounded copy: a payload shorter than the record yields a zero token, not an
+            // over-read.
+            AtCommandRequest request;
+            memset(&request, 0, sizeof(request));
+            int len = 0;
+            void *data = event_get_data(event, 0, &len);
+            if (data != nullptr && len > 0) {
+                memcpy(&request, data,
+                       static_cast<size_t>(len) < sizeof(request) ? static_cast<size_t>(len)
+                                                                  : sizeof(request));
+            }
+            rilproxy_send_atcmd_response(reinterpret_cast<task_ptr_t>(ctx), event, request.token,
+                                         AT_STATUS_RIL_ERROR, nullptr);
+        }
+        ctx->event_pool[slot] = nullptr;
+        vopa_event_free(event);
+        RLOGI("release the event index = %d", static_cast<int>(slot));
+    }
+    ctx->held_without_event = 0;
+    ctx->serial_seq = 1;
+    return 0;
+}

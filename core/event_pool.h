@@ -13,10 +13,15 @@
 uint32_t rilproxy_add_event_to_pool(rilproxy_entity_priv_t *ctx, event_ptr_t event);
 // The event parked under the serial's slot, or null (also for slots 32-255); the slot is freed.
 event_ptr_t rilproxy_take_event_by_serial(rilproxy_entity_priv_t *ctx, uint32_t serial_no);
-// 0: sent and parked. -1: failed, the row's error function already answered with 2.
+// 0: sent and parked. -1: failed, the row's error function already answered with 2, and the
+// caller still owns the event (the old-table path keeps its slot held without it).
 int rilproxy_handle_ril_request(rilproxy_entity_priv_t *ctx, event_ptr_t event, ril_handler_t *row);
 int rilproxy_handle_ril_request_tlv(rilproxy_entity_priv_t *ctx, event_ptr_t event,
                                     ril_handler_tlv_t *row);
+// Keeps the slot of `serial_no` occupied but forgets its event, for a request whose event goes
+// back to its caller (and is freed there) after a failure: the slot is not handed out again and
+// take finds nothing in it, until rilproxy_free_all_event empties the pool.
+void rilproxy_hold_slot_without_event(rilproxy_entity_priv_t *ctx, uint32_t serial_no);
 // Re-sends an event taken out of the pool through ril_handlers. Always 0: the event is handed over.
 int rilproxy_retry_old_request(rilproxy_entity_priv_t *ctx, event_ptr_t event);
 // Releases every parked event (AT requesters answered with status 6). Always 0.
