@@ -22,7 +22,8 @@ int rilproxy_handle_ril_request_tlv(rilproxy_entity_priv_t *ctx, event_ptr_t eve
 // back to its caller (and is freed there) after a failure: the slot is not handed out again and
 // take finds nothing in it, until rilproxy_free_all_event empties the pool.
 void rilproxy_hold_slot_without_event(rilproxy_entity_priv_t *ctx, uint32_t serial_no);
-// Re-sends an event taken out of the pool through ril_handlers. Always 0: the event is handed over.
+// Re-sends an event taken out of the pool through ril_handlers. Always 0: the event is handed
+// over, to the pool again or, when it could not be re-sent, released here.
 int rilproxy_retry_old_request(rilproxy_entity_priv_t *ctx, event_ptr_t event);
 // Releases every parked event (AT requesters answered with status 6). Always 0.
 int rilproxy_free_all_event(rilproxy_entity_priv_t *ctx);

@@ -55,7 +55,7 @@ TEST_F(DispatcherTest, ConnectAndDisconnect) {
         int enabled;
         vopa_host::DeliveryKind kind;
     } steps[] = {
-        {2004, std::string("rild-a", 32) + "urc-a", 7, "rild-a", "urc-a", 1,
+        {2004, "rild-a" + std::string(26, '\0') + "urc-a", 7, "rild-a", "urc-a", 1,
          vopa_host::DeliveryKind::Send},
         {2005, "", 0, "rild-a", "urc-a", 0, vopa_host::DeliveryKind::BcastExt},
         {2004, std::string(32, '\0') + "urc-b", 0, "rild-a", "urc-b", 1,
