@@ -17,7 +17,21 @@ enum rilproxy_frame_result {
     RILPROXY_FRAME_FATAL = -1,
 };
 
+// Where a frame is handed: the two handler tables (chosen by the serial's retry flag), the
+// unsolicited handlers, and the re-send of a TLV request the daemon does not support. The
+// exported tables with rilproxy_retry_old_request are the entity's own; a caller that substitutes
+// rows also substitutes the retry, which otherwise re-sends through the exported plain table.
+typedef struct {
+    ril_handler_t *plain;
+    ril_handler_tlv_t *tlv;
+    ril_notify_t *notifys;
+    int (*retry)(rilproxy_entity_priv_t *ctx, event_ptr_t event);
+} rilproxy_reader_tables_t;
+
 // Reads and handles one frame from `fd`. FATAL means the connection must be torn down.
 rilproxy_frame_result rilproxy_read_one_frame(rilproxy_entity_priv_t *ctx, int fd);
+// The same over `tables`; a null table is an empty one.
+rilproxy_frame_result rilproxy_read_one_frame_with(rilproxy_entity_priv_t *ctx, int fd,
+                                                   const rilproxy_reader_tables_t *tables);
 
 #endif  // ZOK_TRANSPORT_READER_H
