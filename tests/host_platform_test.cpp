@@ -64,12 +64,21 @@ TEST_F(HostFrameworkTest, RepliesFollowTheRequesterAndBroadcastsTheSubscribers) 
     event_ptr_t state = vopa_event_alloc(nullptr);
     event_set_id(state, EVENT_RILPROXY_STATE_IND);
     event_set_data(state, 0, "\1\0\0\0", 4);
-    vopa_context_common_bcast(&sink_.task, state);
+    vopa_task_t other = {};
+    vopa_context_common_bcast(&other, state);
+    ASSERT_TRUE(vopa_host::wait_task_idle(500, 2000));
+    EXPECT_EQ(sink_.handled.load(), 6);
+
+    // The sender's own subscription does not bring its broadcast back.
+    event_ptr_t own = vopa_event_alloc(nullptr);
+    event_set_id(own, EVENT_RILPROXY_STATE_IND);
+    event_set_data(own, 0, "\2\0\0\0", 4);
+    vopa_task_bcast_ext_event(&sink_.task, own);
     ASSERT_TRUE(vopa_host::wait_task_idle(500, 2000));
     EXPECT_EQ(sink_.handled.load(), 6);
 
     auto all = vopa_host::deliveries();
-    ASSERT_EQ(all.size(), 2u);
+    ASSERT_EQ(all.size(), 3u);
     EXPECT_EQ(all[0].kind, vopa_host::DeliveryKind::Reply);
     EXPECT_EQ(all[0].to, 500);
     EXPECT_EQ(hex(all[0].data), "78 79");

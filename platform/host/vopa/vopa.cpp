@@ -230,11 +230,14 @@ void deliver(vopa_host::DeliveryKind kind, event_ptr_t ev, int32_t to,
     f.changed.notify_all();
 }
 
-std::vector<task_id_t> subscribersOf(event_id_t id) {
+// A broadcast never comes back to the task that sent it: an entity answering a subscribed event
+// by broadcast (connect / disconnect) would otherwise receive its own answer as a new request.
+std::vector<task_id_t> subscribersOf(event_id_t id, task_ptr_t sender) {
     Framework &f = fw();
     std::lock_guard<std::mutex> lock(f.lock);
     std::vector<task_id_t> out;
     for (auto &entry : f.tasks) {
+        if (entry.second->owner == sender) continue;
         if (entry.second->subscriptions.count(id)) out.push_back(entry.first);
     }
     return out;
@@ -474,15 +477,15 @@ int vopa_context_common_send(task_ptr_t, event_ptr_t event, task_id_t to) {
     return 0;
 }
 
-int vopa_context_common_bcast(task_ptr_t, event_ptr_t event) {
+int vopa_context_common_bcast(task_ptr_t task, event_ptr_t event) {
     if (event == nullptr) return -1;
-    deliver(vopa_host::DeliveryKind::Bcast, event, 0, subscribersOf(event->id));
+    deliver(vopa_host::DeliveryKind::Bcast, event, 0, subscribersOf(event->id, task));
     return 0;
 }
 
-int vopa_task_bcast_ext_event(task_ptr_t, event_ptr_t event) {
+int vopa_task_bcast_ext_event(task_ptr_t task, event_ptr_t event) {
     if (event == nullptr) return -1;
-    deliver(vopa_host::DeliveryKind::BcastExt, event, 0, subscribersOf(event->id));
+    deliver(vopa_host::DeliveryKind::BcastExt, event, 0, subscribersOf(event->id, task));
     return 0;
 }
 
