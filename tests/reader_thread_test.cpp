@@ -53,6 +53,14 @@ rilproxy_entity_priv_t *startReader(const char *configuredName = "") {
     return ctx;
 }
 
+// A daemon that stays open until the process exits; the global keeps it reachable for leak
+// checkers.
+RildSim *gKeptDaemon = nullptr;
+RildSim *keptDaemon(const std::string &name) {
+    gKeptDaemon = new RildSim(name);
+    return gKeptDaemon;
+}
+
 void setEnabled(rilproxy_entity_priv_t *ctx, int enabled) {
     ctx->cmd_thread.enabled.store(enabled);
     EXPECT_EQ(write(ctx->cmd_thread.pipe_fd[1], " ", 1), 1);
@@ -130,7 +138,7 @@ TEST_P(ReaderNameTest, ConnectsByNameThenAnnouncesTheConnection) {
     // The expected name is the one inside the log text's parentheses.
     std::string log = c.expectedLog;
     std::string name = log.substr(log.find('(') + 1, log.find(')') - log.find('(') - 1);
-    RildSim *sim = new RildSim(name);  // kept open: see the file comment
+    RildSim *sim = keptDaemon(name);
     LogCapture logs;
     rilproxy_entity_priv_t *ctx = startReader(c.configured);
     ASSERT_TRUE(sim->acceptClient(5000));
@@ -180,14 +188,14 @@ TEST_F(ReaderThreadTest, AbsentDaemonIsRetriedEverySecondOnlyWhileEnabled) {
     EXPECT_GE(logs.countMessage("RIL Command thread is disable"), 2);
     EXPECT_FALSE(logs.containsMessage("kill volte process before restart ZOK"));
 
-    RildSim *sim = new RildSim("rild-zok");  // kept open: see the file comment
+    RildSim *sim = keptDaemon("rild-zok");
     setEnabled(ctx, 1);
     EXPECT_TRUE(sim->acceptClient(3000));
 }
 
 TEST_F(ReaderThreadTest, FramesSplitOrJoinedAcrossWritesAreEachAnswered) {
     ScopedSocketDir dir;
-    RildSim *sim = new RildSim("rild-zok");  // kept open: see the file comment
+    RildSim *sim = keptDaemon("rild-zok");
     rilproxy_entity_priv_t *ctx = startReader();
     ASSERT_TRUE(sim->acceptClient(5000));
     vopa_host::Delivery d;
