@@ -38,8 +38,8 @@ constexpr uint32_t kDumpBytesMax = 128;
 constexpr uint32_t kDumpBytesPerLine = 32;
 constexpr size_t kAtTextOffset = 4;
 
-// The parser reads the word just past the header when the header ends while a mask still asks
-// for more (for a 4-byte header with bit 0 set, the SIM id); that word must exist and be zero.
+// One word more than the largest header: for a 4-byte header whose mask asks for a SIM id, the
+// parser reads the word after the header, which must exist and read as zero.
 constexpr size_t kHeaderWords = (RIL_RESP_HEADER_BUF_SIZE + kWord) / kWord;
 
 const rilproxy_reader_tables_t kExportedTables = {ril_handlers, ril_handlers_tlv, ril_notifys,
@@ -222,7 +222,7 @@ static rilproxy_frame_result readSolicited(rilproxy_entity_priv_t *ctx, int fd, 
         RLOGI(
             "rild response as ZOKRIL_E_REQUEST_NOT_SUPPORTED and the retry-flag in serial_no is "
             "1, then need retry old request\n ");
-        // The event now belongs to the re-sent request, whatever became of the send.
+        // From here the retry owns the event: it parks it again or releases it itself.
         if (tables->retry != nullptr && tables->retry(ctx, event) == 0) handedOver = true;
     } else {
         bool found = retryFlag
