@@ -1,13 +1,59 @@
-// The exported handler tables ril_handlers and ril_handlers_tlv (end rows only until the request
-// handlers land). Read by the task thread and the reader thread; never written.
+// The exported handler tables ril_handlers and ril_handlers_tlv. Read by the task thread and the
+// reader thread; never written.
+//
+// Events 4003, 4015 and 4017 have a row in both tables: the dispatcher tries the TLV row first,
+// and the reader falls back to the plain row when the daemon does not support the TLV request,
+// so both rows of a pair must keep the same event ids.
+#include "handlers/handlers.h"
 #include "rilproxy_entity.h"
+
+#define RILPROXY_ROW(req_event, resp_event, ril_request, name)              \
+    {                                                                       \
+        (req_event), (resp_event), (ril_request), 0, rilproxy_##name##_req, \
+            rilproxy_##name##_resp, rilproxy_DATAMNGR_error                 \
+    }
 
 extern "C" {
 ril_handler_t ril_handlers[] = {
+    RILPROXY_ROW(EVENT_SETUP_DATA_CALL_REQ, EVENT_SETUP_DATA_CALL_RESP, RIL_REQUEST_SETUP_DATA_CALL,
+                 SETUP_DATA_CALL),
+    RILPROXY_ROW(EVENT_DEACTIVATE_DATA_CALL_REQ, EVENT_DEACTIVATE_DATA_CALL_RESP,
+                 RIL_REQUEST_DEACTIVATE_DATA_CALL, DEACTIVATE_DATA_CALL),
+    // The second deactivate event shares the first one's functions and answer.
+    RILPROXY_ROW(EVENT_DEACTIVATE_DATA_CALL_2_REQ, EVENT_DEACTIVATE_DATA_CALL_RESP,
+                 ZOKRIL_REQUEST_DEACTIVATE_DATA_CALL_2, DEACTIVATE_DATA_CALL),
+    RILPROXY_ROW(EVENT_SETUP_DEDICATE_DATA_CALL_REQ, EVENT_SETUP_DEDICATE_DATA_CALL_RESP,
+                 ZOKRIL_REQUEST_SETUP_DEDICATE_DATA_CALL, SETUP_DEDICATE_DATA_CALL),
+    RILPROXY_ROW(EVENT_MODIFY_DATA_CALL_REQ, EVENT_MODIFY_DATA_CALL_RESP,
+                 ZOKRIL_REQUEST_MODIFY_DATA_CALL, MODIFY_DATA_CALL),
+    RILPROXY_ROW(EVENT_DEACTIVATE_DEDICATE_DATA_CALL_REQ, EVENT_DEACTIVATE_DEDICATE_DATA_CALL_RESP,
+                 ZOKRIL_REQUEST_DEACTIVATE_DEDICATE_DATA_CALL, DEACTIVATE_DEDICATE_DATA_CALL),
+    RILPROXY_ROW(EVENT_ABORT_SETUP_DATA_CALL_REQ, EVENT_ABORT_SETUP_DATA_CALL_RESP,
+                 ZOKRIL_REQUEST_ABORT_SETUP_DATA_CALL, ABORT_SETUP_DATA_CALL),
+    RILPROXY_ROW(EVENT_PCSCF_DISCOVERY_PCO_REQ, EVENT_PCSCF_DISCOVERY_PCO_RESP,
+                 ZOKRIL_REQUEST_PCSCF_DISCOVERY_PCO, PCSCF_DISCOVERY_PCO),
+    RILPROXY_ROW(EVENT_LAST_DATA_CALL_FAIL_CAUSE_REQ, EVENT_LAST_DATA_CALL_FAIL_CAUSE_RESP,
+                 RIL_REQUEST_LAST_DATA_CALL_FAIL_CAUSE, LAST_DATA_CALL_FAIL_CAUSE),
+    RILPROXY_ROW(EVENT_SET_INITIAL_ATTACH_APN_REQ, EVENT_SET_INITIAL_ATTACH_APN_RESP,
+                 RIL_REQUEST_SET_INITIAL_ATTACH_APN, SET_INITIAL_ATTACH_APN),
+    RILPROXY_ROW(EVENT_RADIO_POWER_REQ, EVENT_RADIO_POWER_RESP, RIL_REQUEST_RADIO_POWER,
+                 RADIO_POWER),
+    RILPROXY_ROW(EVENT_RB_DM_HO_REQ, EVENT_HANDOVER_RESP, ZOKRIL_REQUEST_HANDOVER, HANDOVER),
+    // The two one-way rows answer under their request's own id.
+    RILPROXY_ROW(EVENT_NWMNGR_NOTIFY_PS_REG_STATE, EVENT_NWMNGR_NOTIFY_PS_REG_STATE,
+                 ZOKRIL_REQUEST_NOTIFY_PS_REG_STATE, NOTIFY_PS_REG_STATE),
+    RILPROXY_ROW(EVENT_RB_DM_PDN_INFO_IND, EVENT_RB_DM_PDN_INFO_IND, ZOKRIL_REQUEST_PDN_INFO_IND,
+                 PDN_INFO_IND),
     {0, 0, 0, 0, nullptr, nullptr, nullptr},
 };
 
 ril_handler_tlv_t ril_handlers_tlv[] = {
+    RILPROXY_ROW(EVENT_SETUP_DATA_CALL_REQ, EVENT_SETUP_DATA_CALL_RESP,
+                 ZOKRIL_REQUEST_SETUP_DATA_CALL_TLV, SETUP_DATA_CALL_TLV),
+    RILPROXY_ROW(EVENT_PCSCF_DISCOVERY_PCO_REQ, EVENT_PCSCF_DISCOVERY_PCO_RESP,
+                 ZOKRIL_REQUEST_PCSCF_DISCOVERY_PCO_TLV, PCSCF_DISCOVERY_PCO_TLV),
+    RILPROXY_ROW(EVENT_LAST_DATA_CALL_FAIL_CAUSE_REQ, EVENT_LAST_DATA_CALL_FAIL_CAUSE_RESP,
+                 ZOKRIL_REQUEST_LAST_DATA_CALL_FAIL_CAUSE_TLV, LAST_DATA_CALL_FAIL_CAUSE_TLV),
     {0, 0, 0, 0, nullptr, nullptr, nullptr},
 };
 }

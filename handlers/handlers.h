@@ -8,16 +8,21 @@
 
 #include "rilproxy.h"
 
-#define RILPROXY_REQ(name)                                                \
-    int rilproxy_##name##_req(event_ptr_t event, android::Parcel &parcel, \
-                              ril_supported_feature_t *feature)
-#define RILPROXY_REQ_TLV(name)                                            \
-    int rilproxy_##name##_req(event_ptr_t event, android::Parcel &parcel, \
-                              rilproxy_ril_requset_param_t *param)
+// Parameters are [[maybe_unused]]: most functions of a kind leave one or another of them alone
+// (plain requests never read the feature, status-only responses never read the Parcel).
+#define RILPROXY_REQ(name)                                              \
+    int rilproxy_##name##_req([[maybe_unused]] event_ptr_t event,       \
+                              [[maybe_unused]] android::Parcel &parcel, \
+                              [[maybe_unused]] ril_supported_feature_t *feature)
+#define RILPROXY_REQ_TLV(name)                                          \
+    int rilproxy_##name##_req([[maybe_unused]] event_ptr_t event,       \
+                              [[maybe_unused]] android::Parcel &parcel, \
+                              [[maybe_unused]] rilproxy_ril_requset_param_t *param)
 #define RILPROXY_RESP(name)                                                                  \
-    int rilproxy_##name##_resp(task_ptr_t task, event_ptr_t event, event_id_t resp_event_id, \
-                               android::Parcel &parcel, int result,                          \
-                               ril_supported_feature_t *feature)
+    int rilproxy_##name##_resp(                                                              \
+        [[maybe_unused]] task_ptr_t task, [[maybe_unused]] event_ptr_t event,                \
+        [[maybe_unused]] event_id_t resp_event_id, [[maybe_unused]] android::Parcel &parcel, \
+        [[maybe_unused]] int result, [[maybe_unused]] ril_supported_feature_t *feature)
 
 RILPROXY_REQ(SETUP_DATA_CALL);
 RILPROXY_RESP(SETUP_DATA_CALL);

@@ -1,1 +1,178 @@
-// Not yet written.
+// Data-call teardown (deactivate, deactivate dedicated, abort) and dedicated-bearer set-up and
+// modify. Requests run on the framework task thread, responses on the reader thread.
+#include <string.h>
+
+#include "codec/bearer_record.h"
+#include "codec/parcel_strings.h"
+#include "core/log.h"
+#include "core/replies.h"
+#include "handlers/handler_support.h"
+#include "handlers/handlers.h"
+#include "rilproxy_entity.h"
+
+// Both bearer requests open with 7, although the modify Parcel is shorter; the daemon expects
+// exactly this value.
+constexpr int32_t kBearerParcelLead = 7;
+constexpr int32_t kIdCauseStrings = 2;
+
+// The smallest bearer the daemon can send: seven fields and the QoS, TFT and P-CSCF flags.
+constexpr size_t kBearerMinWireSize = 10 * sizeof(int32_t);
+
+// Id and cause travel as decimal texts, never as int32 values.
+static void writeIdCause(android::Parcel &parcel, const CallIdCauseRequest &req) {
+    parcel.writeInt32(kIdCauseStrings);
+    writeIntAsStringToParcel(parcel, req.id);
+    writeIntAsStringToParcel(parcel, req.cause);
+}
+
+RILPROXY_REQ(DEACTIVATE_DATA_CALL) {
+    RLOGI("EVENT_DEACTIVATE_DATA_CALL_REQ");
+    CallIdCauseRequest req;
+    if (!rilproxy_read_payload(event, &req, sizeof(req))) {
+        RLOGE("can't get the data");
+        return -1;
+    }
+    RLOGI("id = %d, cause = %d", req.id, req.cause);
+    writeIdCause(parcel, req);
+    return 0;
+}
+
+RILPROXY_RESP(DEACTIVATE_DATA_CALL) {
+    RLOGI("EVENT_DEACTIVATE_DATA_CALL_RESP");
+    rilproxy_reply_response_only_status(task, event, resp_event_id, result);
+    return 0;
+}
+
+RILPROXY_REQ(DEACTIVATE_DEDICATE_DATA_CALL) {
+    RLOGI("EVENT_DEACTIVATE_DEDICATE_DATA_CALL_REQ");
+    CallIdCauseRequest req;
+    if (!rilproxy_read_payload(event, &req, sizeof(req))) {
+        RLOGE("can't get the data");
+        return -1;
+    }
+    RLOGI("id = %d, cause = %d", req.id, req.cause);
+    writeIdCause(parcel, req);
+    return 0;
+}
+
+RILPROXY_RESP(DEACTIVATE_DEDICATE_DATA_CALL) {
+    RLOGI("EVENT_DEACTIVATE_DEDICATE_DATA_CALL_RESP");
+    rilproxy_reply_response_only_status(task, event, resp_event_id, result);
+    return 0;
+}
+
+RILPROXY_REQ(ABORT_SETUP_DATA_CALL) {
+    RLOGI("EVENT_ABORT_SETUP_DATA_CALL_REQ");
+    CallIdCauseRequest req;
+    if (!rilproxy_read_payload(event, &req, sizeof(req))) {
+        RLOGE("can't get the data");
+        return -1;
+    }
+    RLOGI("id = %d, cause = %d", req.id, req.cause);
+    writeIdCause(parcel, req);
+    return 0;
+}
+
+RILPROXY_RESP(ABORT_SETUP_DATA_CALL) {
+    RLOGI("EVENT_ABORT_SETUP_DATA_CALL_RESP");
+    rilproxy_reply_response_only_status(task, event, resp_event_id, result);
+    return 0;
+}
+
+// The optional QoS and TFT, each behind a 0/1 marker, shared by set-up and modify.
+static void writeQosTft(android::Parcel &parcel, ZOK_Dedicate_Data_Call_Struct *bearer) {
+    if (bearer->hasQos == 0) {
+        parcel.writeInt32(0);
+    } else {
+        parcel.writeInt32(1);
+        writeQosStructToParcel(parcel, &bearer->qos);
+    }
+    if (bearer->hasTft == 0) {
+        parcel.writeInt32(0);
+    } else {
+        parcel.writeInt32(1);
+        writeTftStructToParcel(parcel, &bearer->tft);
+    }
+}
+
+RILPROXY_REQ(SETUP_DEDICATE_DATA_CALL) {
+    RLOGI("EVENT_SETUP_DEDICATE_DATA_CALL_REQ");
+    ZOK_Dedicate_Data_Call_Struct bearer;
+    if (!rilproxy_read_payload(event, &bearer, sizeof(bearer))) {
+        RLOGE("can't get the data");
+        return -1;
+    }
+    RLOGI("ddcId = %d, interfaceId = %d, primaryCid = %d, cid = %d, active = %d", bearer.ddcId,
+          bearer.interfaceId, bearer.primaryCid, bearer.cid, bearer.active);
+    RLOGI("signalingFlag = %d, bearerId = %d, failCause = %d, hasQos = %d, hasTft = %d",
+          bearer.signalingFlag, bearer.bearerId, bearer.failCause, bearer.hasQos, bearer.hasTft);
+    parcel.writeInt32(kBearerParcelLead);
+    parcel.writeInt32(bearer.ddcId);
+    parcel.writeInt32(bearer.interfaceId);
+    parcel.writeInt32(bearer.signalingFlag != 0 ? 1 : 0);
+    writeQosTft(parcel, &bearer);
+    return 0;
+}
+
+RILPROXY_REQ(MODIFY_DATA_CALL) {
+    RLOGI("EVENT_MODIFY_DATA_CALL_REQ");
+    ZOK_Dedicate_Data_Call_Struct bearer;
+    if (!rilproxy_read_payload(event, &bearer, sizeof(bearer))) {
+        RLOGE("can't get the data");
+        return -1;
+    }
+    RLOGI("ddcId = %d, interfaceId = %d, primaryCid = %d, cid = %d, active = %d", bearer.ddcId,
+          bearer.interfaceId, bearer.primaryCid, bearer.cid, bearer.active);
+    RLOGI("signalingFlag = %d, bearerId = %d, failCause = %d, hasQos = %d, hasTft = %d",
+          bearer.signalingFlag, bearer.bearerId, bearer.failCause, bearer.hasQos, bearer.hasTft);
+    parcel.writeInt32(kBearerParcelLead);
+    parcel.writeInt32(bearer.cid);
+    writeQosTft(parcel, &bearer);
+    return 0;
+}
+
+// How many of the `num` bearers the response can hold at all. A well-formed response always
+// holds num of them; a num beyond what the payload could carry would otherwise make the reader
+// thread send up to 2^31 replies of zeros.
+static int bearersCarried(const android::Parcel &parcel, int num) {
+    size_t most = parcel.dataSize() / kBearerMinWireSize;
+    return static_cast<size_t>(num) > most ? static_cast<int>(most) : num;
+}
+
+// One reply per bearer, all for the same pending event and told apart by index. One record
+// serves every bearer; it is cleared before each one so that the fields the bearer reader leaves
+// alone (ddcId) are zero rather than the previous bearer's.
+static void replyPerBearer(task_ptr_t task, event_ptr_t event, event_id_t resp_event_id,
+                           android::Parcel &parcel, int result, int num, int carried) {
+    DedicateBearerReply reply;
+    for (int index = 0; index < carried; index++) {
+        memset(&reply, 0, sizeof(reply));
+        reply.status = result;
+        reply.num = static_cast<uint16_t>(num);
+        reply.index = static_cast<uint16_t>(index);
+        readDedicateDataFromParcel(parcel, &reply.bearer);
+        rilproxy_reply_response(task, event, resp_event_id, &reply, sizeof(reply));
+    }
+}
+
+RILPROXY_RESP(SETUP_DEDICATE_DATA_CALL) {
+    RLOGI("EVENT_SETUP_DEDICATE_DATA_CALL_RESP");
+    int num = parcel.readInt32();
+    RLOGI("num = %d", num);
+    if (num <= 0) return 0;
+    int carried = bearersCarried(parcel, num);
+    if (carried < num) RLOGE("num = %d, but the response holds at most %d", num, carried);
+    replyPerBearer(task, event, resp_event_id, parcel, result, num, carried);
+    return 0;
+}
+
+RILPROXY_RESP(MODIFY_DATA_CALL) {
+    RLOGI("EVENT_MODIFY_DATA_CALL_RESP");
+    int num = parcel.readInt32();
+    RLOGI("num = %d", num);
+    if (num <= 0) return 0;
+    int carried = bearersCarried(parcel, num);
+    if (carried < num) RLOGE("num = %d, but the response holds at most %d", num, carried);
+    replyPerBearer(task, event, resp_event_id, parcel, result, num, carried);
+    return 0;
+}
