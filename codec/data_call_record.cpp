@@ -1,1 +1,202 @@
-// Not yet written.
+// One data-call entry of a response or unsolicited Parcel into ZOK_Data_Call_Response_v11, with
+// the daemon's address texts turned into bytes. Reader thread; no state.
+#include "codec/data_call_record.h"
+
+#include <arpa/inet.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "codec/bearer_record.h"
+#include "codec/parcel_strings.h"
+#include "codec/wire_lists.h"
+#include "core/log.h"
+
+namespace {
+
+constexpr int kVersionWithoutMtu = 6;
+constexpr int kFirstExtendedVersion = 1001;
+
+// Ends the token at its first blank; returns the text after that blank, or null when there is none.
+char *cutAtBlank(char *token) {
+    char *blank = strchr(token, ' ');
+    if (blank == nullptr) return nullptr;
+    *blank = '\0';
+    return blank + 1;
+}
+
+// Up to `wanted` dotted decimal numbers, each truncated to a byte. Numbers past `wanted` are
+// ignored; so is anything after a number's digits (a "/24" prefix length, for one).
+int dottedTextToBytes(char *text, unsigned char *out, int wanted) {
+    unsigned char parsed[16];
+    int count = 0;
+    for (char *p = text; p != nullptr && count < wanted; count++) {
+        parsed[count] = static_cast<unsigned char>(strtoul(p, nullptr, 10));
+        p = strchr(p, '.');
+        // A trailing dot ends the text; it does not stand for one more number.
+        if (p != nullptr && *++p == '\0') p = nullptr;
+    }
+    if (count != wanted) return -1;
+    memcpy(out, parsed, static_cast<size_t>(wanted));
+    return 0;
+}
+
+void readAddresses(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall) {
+    char type[16];
+    char addresses[256];
+    memset(type, 0, sizeof(type));
+    memset(addresses, 0, sizeof(addresses));
+    readUtf8StringFromParcel(parcel, type, sizeof(type));
+    readUtf8StringFromParcel(parcel, dcall->ifname, sizeof(dcall->ifname));
+    readUtf8StringFromParcel(parcel, addresses, sizeof(addresses));
+    RLOGI("read from rild, ip_type = %s, ifname = %s, addresses = %s", type, dcall->ifname,
+          addresses);
+    parseIPAddress(type, addresses, &dcall->type, &dcall->ipv4Address, dcall->ipv6Address);
+}
+
+// Servers past the two per family are logged but not stored, and the counters stop at the
+// arrays' size: the daemon's text is not bounded by the record.
+void readDnses(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall) {
+    char dnses[512];
+    readUtf8StringFromParcel(parcel, dnses, sizeof(dnses));
+    RLOGI("read from rild, dnses = (%s)", dnses);
+    dcall->ipv4DnsNum = 0;
+    dcall->ipv6DnsNum = 0;
+    char *next = dnses;
+    while (next != nullptr) {
+        char *token = next;
+        next = cutAtBlank(token);
+        if (classifyIpAddressText(token) != 0) {
+            RLOGI("ipv6 dns[%d] = %s", static_cast<int>(dcall->ipv6DnsNum), token);
+            if (dcall->ipv6DnsNum >= ZOK_DNS_MAX) continue;
+            ipv6TextToBytes(token, dcall->ipv6Dns[dcall->ipv6DnsNum++]);
+        } else {
+            RLOGI("ipv4 dns[%d] = %s", static_cast<int>(dcall->ipv4DnsNum), token);
+            if (dcall->ipv4DnsNum >= ZOK_DNS_MAX) continue;
+            ipv4TextToBytes(
+                token, reinterpret_cast<unsigned char *>(&dcall->ipv4Dns[dcall->ipv4DnsNum++]));
+        }
+    }
+}
+
+void readGateways(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall) {
+    char gateways[512];
+    readUtf8StringFromParcel(parcel, gateways, sizeof(gateways));
+    RLOGI("read from rild, gatewayes = (%s)", gateways);
+    parseGatewayAddress(gateways, &dcall->ipv4Gateway, dcall->ipv6Gateway);
+}
+
+// The bearer reader does not read ddcId: concatenated bearers keep the caller's ddcId, while the
+// default bearer's comes from the wire just before it.
+void readBearers(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall) {
+    int wireCount = parcel.readInt32();
+    RLOGI("dcall->concatenateNum = %d", wireCount);
+    ZOK_Dedicate_Data_Call_Struct scratch;
+    for (int i = 0; i < wireCount; i++) {
+        // Surplus bearers are consumed so that the default bearer after them stays aligned.
+        ZOK_Dedicate_Data_Call_Struct *bearer = slotFor(parcel, dcall->concatenate, i, &scratch);
+        if (bearer == nullptr) break;
+        readDedicateDataFromParcel(parcel, bearer);
+    }
+    dcall->concatenateNum = storedCount(wireCount, ZOK_CONCATENATE_MAX);
+    dcall->defaultBearerValid = 1;
+    dcall->defaultBearer.ddcId = parcel.readInt32();
+    readDedicateDataFromParcel(parcel, &dcall->defaultBearer);
+}
+
+}  // namespace
+
+void readDataCallFromParcel(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall, int version,
+                            int hasEranType) {
+    if (dcall == nullptr) return;
+    dcall->status = parcel.readInt32();
+    dcall->suggestedRetryTime = parcel.readInt32();
+    dcall->cid = parcel.readInt32();
+    dcall->active = parcel.readInt32();
+    if (version != kVersionWithoutMtu) {
+        RLOGI("read from rild, status = %d, suggestedRetryTime = %d, cid = %d, active = %d",
+              dcall->status, dcall->suggestedRetryTime, dcall->cid, dcall->active);
+    }
+    readAddresses(parcel, dcall);
+    readDnses(parcel, dcall);
+    readGateways(parcel, dcall);
+    if (version == kVersionWithoutMtu) return;
+
+    // P-CSCF addresses reach the framework through the bearer records; this copy is only consumed.
+    char pcscf[1024];
+    readUtf8StringFromParcel(parcel, pcscf, sizeof(pcscf));
+    dcall->mtuSize = parcel.readInt32();
+    RLOGI("dcall->mtuSize = %d", dcall->mtuSize);
+    if (version < kFirstExtendedVersion) return;
+
+    readBearers(parcel, dcall);
+    if (hasEranType) {
+        dcall->eran_type = parcel.readInt32();
+        RLOGI("dcall->eran_type = %d", dcall->eran_type);
+    }
+}
+
+void parseIPAddress(char *ipType, char *addresses, int *type, unsigned int *ipv4,
+                    unsigned char *ipv6) {
+    if (ipType == nullptr || addresses == nullptr || type == nullptr) return;
+    unsigned char *ipv4Bytes = reinterpret_cast<unsigned char *>(ipv4);
+    if (strcmp(ipType, "IP") == 0) {
+        *type = 0;
+        ipv4TextToBytes(addresses, ipv4Bytes);
+    } else if (strcmp(ipType, "IPV6") == 0) {
+        *type = 1;
+        ipv6TextToBytes(addresses, ipv6);
+        if (ipv6 == nullptr) return;
+        RLOGI("ipv6 = %d.%d.%d.%d.%d.%d.%d.%d.%d.%d.%d.%d.%d.%d.%d.%d", ipv6[0], ipv6[1], ipv6[2],
+              ipv6[3], ipv6[4], ipv6[5], ipv6[6], ipv6[7], ipv6[8], ipv6[9], ipv6[10], ipv6[11],
+              ipv6[12], ipv6[13], ipv6[14], ipv6[15]);
+    } else if (strcmp(ipType, "IPV4V6") == 0) {
+        *type = 2;
+        char *second = cutAtBlank(addresses);
+        if (second == nullptr) {
+            RLOGE("invalid address (%s)", addresses);
+            return;
+        }
+        ipv4TextToBytes(addresses, ipv4Bytes);
+        ipv6TextToBytes(second, ipv6);
+    } else {
+        *type = -1;
+        RLOGE("invalid ip_type = %s, type = %d", ipType, *type);
+    }
+}
+
+void parseGatewayAddress(char *gateways, unsigned int *ipv4, unsigned int *ipv6) {
+    if (gateways == nullptr) return;
+    // Only the first gateway counts.
+    cutAtBlank(gateways);
+    if (classifyIpAddressText(gateways) != 0) {
+        RLOGI("ipv6 gateway = %s", gateways);
+        ipv6TextToBytes(gateways, reinterpret_cast<unsigned char *>(ipv6));
+    } else {
+        RLOGI("ipv4 gateway = %s", gateways);
+        ipv4TextToBytes(gateways, reinterpret_cast<unsigned char *>(ipv4));
+    }
+}
+
+int classifyIpAddressText(char *text) {
+    if (text == nullptr) return -1;
+    int dots = 0;
+    for (const char *p = text; *p != '\0'; p++) dots += (*p == '.');
+    if (dots >= 15) return 1;
+    if (dots >= 3) return 0;
+    // Neither dotted form; callers take it the IPv6 way, so colon-form IPv6 still converts.
+    return -1;
+}
+
+int ipv6TextToBytes(char *text, unsigned char *out16) {
+    if (text == nullptr || out16 == nullptr) return -1;
+    if (strchr(text, '.') != nullptr) return dottedTextToBytes(text, out16, 16);
+    // The daemon's dotted form is the norm; a colon-form text is converted in place, but the
+    // result is still reported as not parsed, as callers have always seen it.
+    inet_pton(AF_INET6, text, out16);
+    return -1;
+}
+
+int ipv4TextToBytes(char *text, unsigned char *out4) {
+    if (text == nullptr || out4 == nullptr) return -1;
+    return dottedTextToBytes(text, out4, 4);
+}

@@ -1,0 +1,41 @@
+// Lists whose length the daemon (or the framework) chooses, read into and written from fixed
+// arrays. Header-only helpers for the record readers and writers; any thread, no state.
+//
+//     for (int i = 0; i < wireCount; i++) {
+//         T *slot = slotFor(parcel, record->list, i, &scratch);
+//         if (slot == nullptr) break;
+//         readOne(parcel, slot);
+//     }
+//     record->count = storedCount(wireCount, ARRAY_SIZE);
+#ifndef ZOK_CODEC_WIRE_LISTS_H
+#define ZOK_CODEC_WIRE_LISTS_H
+
+#include <binder/Parcel.h>
+#include <stddef.h>
+#include <stdint.h>
+
+// Counts are clamped to what the array holds, so whoever indexes the record by its count stays
+// inside it, and a written count always matches the elements after it. Negative is empty.
+inline int storedCount(int count, size_t capacity) {
+    if (count < 0) return 0;
+    return static_cast<size_t>(count) < capacity ? count : static_cast<int>(capacity);
+}
+
+// Every list element starts with an int32. With fewer than four bytes left a read neither yields
+// data nor moves the cursor, so "position < size" alone would let a surplus loop spin forever.
+inline bool parcelHasInt32(const android::Parcel &parcel) {
+    size_t pos = parcel.dataPosition();
+    size_t size = parcel.dataSize();
+    return pos <= size && size - pos >= sizeof(int32_t);
+}
+
+// Where element i goes: its slot while the array has room, else `scratch`, consumed to keep the
+// rest of the Parcel aligned and then dropped. Null once the Parcel cannot hold another element:
+// there is nothing left to align, and a hostile count must not spin.
+template <typename T, size_t N>
+T *slotFor(const android::Parcel &parcel, T (&slots)[N], int i, T *scratch) {
+    if (static_cast<size_t>(i) < N) return &slots[i];
+    return parcelHasInt32(parcel) ? scratch : nullptr;
+}
+
+#endif  // ZOK_CODEC_WIRE_LISTS_H

@@ -1,0 +1,182 @@
+// Dedicated bearers, TFT written and read back, counts beyond their arrays, P-CSCF lists, QoS.
+#include "codec/bearer_record.h"
+
+#include <binder/Parcel.h>
+#include <gtest/gtest.h>
+#include <string.h>
+
+#include <string>
+
+#include "support/bytes.h"
+#include "support/log_capture.h"
+
+namespace {
+
+TEST(BearerRecordTest, BareBearerIsTenInt32AndClearsPcscfCount) {
+    std::vector<uint8_t> wire = bytes(
+        "01 00 00 00 02 00 00 00 03 00 00 00 01 00 00 00 00 00 00 00 05 00 00 00 24 00 00 00 "
+        "00 00 00 00 00 00 00 00 00 00 00 00 ed 5e 00 00");
+    android::Parcel p;
+    p.setData(wire.data(), wire.size());
+    ZOK_Dedicate_Data_Call_Struct b;
+    memset(&b, 0x5A, sizeof(b));
+    readDedicateDataFromParcel(p, &b);
+    EXPECT_EQ(p.dataPosition(), 40u);
+    EXPECT_EQ(b.ddcId, 0x5A5A5A5A);  // not on the wire
+    EXPECT_EQ(b.cid, 3);
+    EXPECT_EQ(b.failCause, 0x24);
+    EXPECT_EQ(b.pcscf.count, 0);
+    EXPECT_EQ(b.pcscf.ipv6Mask, 0x5A5A);
+}
+
+TEST(BearerRecordTest, TftWiresInFieldOrderAndNeverReadsPastAField) {
+    ZOK_Tft t = {};
+    t.operation = 1;
+    t.pfNumber = 1;
+    t.pfList[0].id = 2;
+    t.pfList[0].bitmap = 3;
+    memset(t.pfList[0].address, 'a', sizeof(t.pfList[0].address));  // no NUL
+    t.pfList[0].flowLabel = 4;
+    t.linkedPfNumber = -2;  // an empty list, not a negative count on the wire
+    android::Parcel p;
+    writeTftStructToParcel(p, &t);
+    std::string a65;
+    for (int i = 0; i < 65; i++) a65 += " 61 00";
+    const std::string head =
+        "01 00 00 00 01 00 00 00 02 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 03 00 00 00 "
+        "41 00 00 00";
+    const std::string tail =
+        " 00 00"                    // the address's terminator
+        " 00 00 00 00 00 00 00 00"  // mask ""
+        " 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"
+        " 00 00 00 00 04 00 00 00"   // eight int32 fields, flowLabel
+        " 00 00 00 00 00 00 00 00";  // linkedPfNumber, authtokenFlowIdNumber
+    EXPECT_EQ(hex(p.data(), p.dataSize()), head + a65 + tail);
+}
+
+ZOK_Tft sampleTft(int pfs, int linked, int entries, int tokens, int flows) {
+    ZOK_Tft t = {};
+    t.operation = 3;
+    t.pfNumber = pfs;
+    for (int i = 0; i < ZOK_TFT_PF_MAX; i++) {
+        t.pfList[i] = {i + 1, 1, 2, 3, 4, "", "255.255.0.0", 17, 5, 6, 7, 8, 0x1000 + i, 9, 10, 11};
+        snprintf(t.pfList[i].address, sizeof(t.pfList[i].address), "10.0.0.%d", i);
+    }
+    t.linkedPfNumber = linked;
+    for (int i = 0; i < ZOK_TFT_LINKED_PF_MAX; i++) t.linkedPfList[i] = 200 + i;
+    t.authtokenFlowIdNumber = entries;
+    for (auto &e : t.authtokenFlowIdList) {
+        e.authTokenNumber = tokens;
+        for (int i = 0; i < ZOK_TFT_AUTH_TOKEN_MAX; i++) e.authTokenList[i] = 300 + i;
+        e.flowIdNumber = flows;
+        for (int i = 0; i < ZOK_TFT_FLOW_ID_MAX; i++) e.flowIdList[i][3] = 400 + i;
+    }
+    return t;
+}
+
+// Counts at their arrays travel whole; counts beyond them are written clamped, so the same
+// record comes back and whatever follows on the wire stays aligned.
+TEST(BearerRecordTest, TftReadsBackWhatWasWritten) {
+    const ZOK_Tft full = sampleTft(16, 16, 4, 16, 4);
+    for (const ZOK_Tft &in : {full, sampleTft(17, 99, 5, 30, 9)}) {
+        android::Parcel p;
+        writeTftStructToParcel(p, const_cast<ZOK_Tft *>(&in));
+        p.writeInt32(0x5EED);
+        p.setDataPosition(0);
+        ZOK_Tft out = {};
+        readTftStructFromParcel(p, &out);
+        EXPECT_EQ(p.readInt32(), 0x5EED);
+        EXPECT_EQ(memcmp(&out, &full, sizeof(out)), 0);
+    }
+}
+
+TEST(BearerRecordTest, SurplusOnTheWireIsConsumedAndDropped) {
+    android::Parcel p;
+    p.writeInt32(7);
+    p.writeInt32(17);  // pfNumber
+    for (int i = 0; i < 17; i++) {
+        for (int f = 0; f < 5; f++) p.writeInt32(i);
+        p.writeString16(u"a", 1);
+        p.writeString16(u"m", 1);
+        for (int f = 0; f < 9; f++) p.writeInt32(i);
+    }
+    p.writeInt32(17);  // linkedPfNumber
+    for (int i = 0; i < 17; i++) p.writeInt32(i);
+    p.writeInt32(5);  // authtokenFlowIdNumber
+    for (int e = 0; e < 5; e++) {
+        p.writeInt32(17);
+        for (int i = 0; i < 17; i++) p.writeInt32(i);
+        p.writeInt32(5);
+        for (int i = 0; i < 20; i++) p.writeInt32(i);
+    }
+    p.writeInt32(0x5EED);
+    p.setDataPosition(0);
+    ZOK_Tft t;
+    memset(&t, 0x5A, sizeof(t));
+    readTftStructFromParcel(p, &t);
+    EXPECT_EQ(p.readInt32(), 0x5EED);
+    EXPECT_EQ(t.pfNumber, 16);
+    EXPECT_EQ(t.pfList[15].flowLabel, 15);
+    EXPECT_EQ(t.linkedPfNumber, 16);
+    EXPECT_EQ(t.authtokenFlowIdNumber, 4);
+    EXPECT_EQ(t.authtokenFlowIdList[3].authTokenNumber, 16);
+    EXPECT_EQ(t.authtokenFlowIdList[3].flowIdNumber, 4);
+    EXPECT_EQ(t.authtokenFlowIdList[3].flowIdList[3][3], 15);
+}
+
+TEST(BearerRecordTest, HostileCountOnShortParcelStopsAtTheEnd) {
+    std::vector<uint8_t> wire =
+        bytes("01 00 00 00 40 42 0f 00 09 00 00 00 ff ff");  // pfNumber 1000000, odd tail
+    android::Parcel p;
+    p.setData(wire.data(), wire.size());
+    ZOK_Tft t;
+    memset(&t, 0x5A, sizeof(t));
+    LogCapture logs;
+    readTftStructFromParcel(p, &t);
+    EXPECT_EQ(t.pfNumber, 16);
+    EXPECT_EQ(t.pfList[0].id, 9);
+    EXPECT_EQ(t.linkedPfNumber, 0);
+    EXPECT_LT(logs.messages().size(), 40u);
+}
+
+TEST(BearerRecordTest, PcscfTokensKeepTheirSlots) {
+    const struct {
+        std::u16string text;
+        int count, mask;
+        const char *slot0;  // hex, first four bytes
+        const char *log;
+    } cases[] = {
+        {u"10.0.0.1 32.1.13.184.0.0.0.0.0.0.0.0.0.0.0.1", 2, 2, "0a 00 00 01",
+         "pcscf_str = (10.0.0.1 32.1.13.184.0.0.0.0.0.0.0.0.0.0.0.1)"},
+        {u"", 1, 1, "5a 5a 5a 5a", "ipv6 pcscf[0] = "},
+        {u"1.2 10.0.0.5", 2, 1, "5a 5a 5a 5a", "ipv4 pcscf[1] = 10.0.0.5"},
+        {u"1.1.1.1 1.1.1.1 1.1.1.1 1.1.1.1 1.1.1.1 1.1.1.1 1.1.1.1 1.1.1.1 1.1.1.1 1.1.1.1 "
+         u"1.1.1.1 1.1.1.1 1.1.1.1 1.1.1.1 1.1.1.1 1.1.1.1 9.9.9.9",
+         16, 0, "01 01 01 01", "ipv4 pcscf[16] = 9.9.9.9"},
+    };
+    for (const auto &c : cases) {
+        android::Parcel p;
+        p.writeString16(c.text.data(), c.text.size());
+        p.setDataPosition(0);
+        dm_pcscf_t pcscf;
+        memset(&pcscf, 0x5A, sizeof(pcscf));
+        LogCapture logs;
+        readPcscfFromParcel(p, &pcscf);
+        EXPECT_EQ(pcscf.count, c.count);
+        EXPECT_EQ(pcscf.ipv6Mask, c.mask);
+        EXPECT_EQ(hex(pcscf.address[0], 4), c.slot0);
+        EXPECT_TRUE(logs.containsMessage(c.log)) << c.log;
+    }
+}
+
+TEST(BearerRecordTest, QosWritesFiveInt32) {
+    ZOK_Qos q = {{1, 2, 3, 4, -1}};
+    android::Parcel p;
+    LogCapture logs;
+    writeQosStructToParcel(p, &q);
+    EXPECT_EQ(hex(p.data(), p.dataSize()),
+              "01 00 00 00 02 00 00 00 03 00 00 00 04 00 00 00 ff ff ff ff");
+    EXPECT_TRUE(logs.containsMessage("write qos to rild, 1/2/3/4/-1"));
+}
+
+}  // namespace

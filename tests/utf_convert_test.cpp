@@ -1,0 +1,72 @@
+// The entity's UTF-8 <-> UTF-16 converters: replacement of broken input, surrogates, zero units.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <string>
+
+#include "codec/parcel_strings.h"
+#include "support/bytes.h"
+
+namespace {
+
+struct ToUtf16Case {
+    const char *utf8;  // hex
+    std::u16string units;
+};
+
+TEST(UtfConvertTest, Utf8ToUtf16ReplacesEachBrokenSequenceOnce) {
+    const ToUtf16Case cases[] = {
+        {"", u""},
+        {"41 c3", {0x41, 0xFFFD}},          // truncated at the end of the text
+        {"c3 41", {0xFFFD, 0x41}},          // the byte that broke it is kept
+        {"80", {0xFFFD}},                   // stray continuation
+        {"c3 a9 80", {0xE9, 0xFFFD}},       // one continuation too many
+        {"e2 82 41", {0xFFFD, 0x41}},       // truncated mid-sequence
+        {"f0 9f 98 80", {0xD83D, 0xDE00}},  // U+1F600 as a surrogate pair
+        {"f4 8f bf bd", {0xDBFF, 0xDFFD}},  // U+10FFFD, the last one kept
+        {"f4 8f bf bf", {0xFFFD}},          // U+10FFFF replaced
+        {"ed a0 80", {0xD800}},             // encoded surrogate passed through
+        {"c1 81", {0x41}},                  // overlong form decoded
+        {"f8 88 80 80", {0x8000}},          // F8 taken as a 4-byte lead
+        {"7f c2 80 ef bf bf", {0x7F, 0x80, 0xFFFF}},
+    };
+    for (const auto &c : cases) {
+        std::vector<uint8_t> raw = bytes(c.utf8);
+        std::string text(raw.begin(), raw.end());  // plain char: signed on x86_64
+        size_t n = 12345;
+        char16_t *units = dupUtf8ToUtf16(text.c_str(), &n);
+        ASSERT_NE(units, nullptr) << c.utf8;
+        EXPECT_EQ(std::u16string(units, n), c.units) << c.utf8;
+        free(units);
+    }
+}
+
+TEST(UtfConvertTest, NullTextLeavesCountAlone) {
+    size_t n = 77;
+    EXPECT_EQ(dupUtf8ToUtf16(nullptr, &n), nullptr);
+    EXPECT_EQ(n, 77u);
+    EXPECT_EQ(dupUtf16ToUtf8(nullptr, 3), nullptr);
+}
+
+struct ToUtf8Case {
+    std::u16string units;
+    const char *utf8;  // hex
+};
+
+TEST(UtfConvertTest, Utf16ToUtf8EncodesUnitByUnit) {
+    const ToUtf8Case cases[] = {
+        {u"", ""},
+        {{0xD83D, 0xDE00}, "ed a0 bd ed b8 80"},  // pair not combined
+        {{0x61, 0x0000, 0x62}, "61 c0 80 62"},    // zero unit does not end the text
+        {{0x7F, 0x80, 0x7FF, 0x800, 0xFFFF}, "7f c2 80 df bf e0 a0 80 ef bf bf"},
+    };
+    for (const auto &c : cases) {
+        char *text = dupUtf16ToUtf8(c.units.data(), c.units.size());
+        ASSERT_NE(text, nullptr);
+        std::string s(text);
+        EXPECT_EQ(hex(s.data(), s.size()), c.utf8);
+        free(text);
+    }
+}
+
+}  // namespace
