@@ -1,1 +1,131 @@
-// Not yet written.
+// The unsolicited response handlers: each decodes one unsolicited Parcel and notifies the data
+// manager's task, one event per decoded item. Reader thread.
+#include "codec/notify.h"
+
+#include <string.h>
+
+#include "codec/bearer_record.h"
+#include "codec/data_call_record.h"
+#include "core/log.h"
+#include "core/replies.h"
+#include "vopa_events.h"
+
+// Every daemon that reports data calls appends the access network type.
+constexpr int kHasEranType = 1;
+
+// A count from the wire is not trusted to bound the loop: every entry becomes an event of tens
+// of kilobytes. An entry needs at least its first int32; a read with fewer than four bytes left
+// neither yields data nor moves the cursor, so "position < size" alone could loop for ever on a
+// few stray bytes. Each entry taken thus consumes four bytes or more. A count that the payload
+// does carry is sent in full, and a last entry cut short goes out with zeros where data ran out.
+static bool entryAvailable(android::Parcel &parcel, int index, int num) {
+    size_t position = parcel.dataPosition();
+    size_t size = parcel.dataSize();
+    if (position <= size && size - position >= sizeof(int32_t)) return true;
+    RLOGE("num = %d, but the payload ends after %d entries", num, index);
+    return false;
+}
+
+static void notifyBearers(task_ptr_t task, android::Parcel &parcel, int num, event_id_t id) {
+    BearerNotification notification;
+    for (int i = 0; i < num && entryAvailable(parcel, i, num); i++) {
+        // The reader fills only what the wire carries (no QoS, TFT or P-CSCF addresses when
+        // their flags are clear); cleared per entry, a bearer never shows its predecessor's.
+        memset(&notification, 0, sizeof(notification));
+        notification.status = 0;
+        readDedicateDataFromParcel(parcel, &notification.bearer);
+        rilproxy_send_notify(task, TASK_ID_DATAMNGR, id, &notification, sizeof(notification));
+    }
+}
+
+int rilproxy_UNSOL_DATA_CALL_LIST_CHANGED_notify(task_ptr_t task, android::Parcel &parcel,
+                                                 ril_supported_feature_t *) {
+    RLOGI("RIL_UNSOL_DATA_CALL_LIST_CHANGED");
+    int ver = parcel.readInt32();
+    int num = parcel.readInt32();
+    RLOGI("ver %d num = %d", ver, num);
+    // One record for the whole list, on this thread's stack: the reader thread's stack is sized
+    // for it, and an allocation per entry would buy nothing.
+    DataCallSetupReply notification;
+    for (int i = 0; i < num && entryAvailable(parcel, i, num); i++) {
+        // The record reader leaves whatever an entry does not carry (bearers, addresses, the
+        // default bearer's QoS and TFT) as it found it; cleared, no field leaks between entries.
+        memset(&notification, 0, sizeof(notification));
+        notification.status = 0;
+        readDataCallFromParcel(parcel, &notification.dcall, ver, kHasEranType);
+        // The list event deliberately carries four bytes less than the record: receivers
+        // have always been sent this length, and accept both.
+        rilproxy_send_notify(task, TASK_ID_DATAMNGR, EVENT_DATA_CALL_LIST_CHANGED_IND,
+                             &notification, RILPROXY_DCALL_LIST_NOTIFY_SIZE);
+    }
+    return 0;
+}
+
+int rilproxy_UNSOL_DEDICATE_BEARER_ACTIVATED_notify(task_ptr_t task, android::Parcel &parcel,
+                                                    ril_supported_feature_t *) {
+    RLOGI("RIL_UNSOL_DEDICATE_BEARER_ACTIVATED");
+    int num = parcel.readInt32();
+    RLOGI("num = %d", num);
+    notifyBearers(task, parcel, num, EVENT_DEDICATE_BEARER_ACTIVATED_IND);
+    return 0;
+}
+
+int rilproxy_UNSOL_DEDICATE_BEARER_MODIFIED_notify(task_ptr_t task, android::Parcel &parcel,
+                                                   ril_supported_feature_t *) {
+    RLOGI("RIL_UNSOL_DEDICATE_BEARER_MODIFIED");
+    int num = parcel.readInt32();
+    RLOGI("num = %d", num);
+    notifyBearers(task, parcel, num, EVENT_DEDICATE_BEARER_MODIFIED_IND);
+    return 0;
+}
+
+int rilproxy_UNSOL_DEDICATE_BEARER_DEACTIVATED_notify(task_ptr_t task, android::Parcel &parcel,
+                                                      ril_supported_feature_t *) {
+    RLOGI("RIL_UNSOL_DEDICATE_BEARER_DEACTIVATED");
+    ShortStatusNotification notification;
+    memset(&notification, 0, sizeof(notification));
+    int num = parcel.readInt32();
+    if (num < 1) {
+        RLOGI("RIL_UNSOL_DEDICATE_BEARER_DEACTIVATED, num = %d", num);
+        notification.status = ZOKRIL_E_GENERIC_FAILURE;
+    } else {
+        // The event has room for one cid: a release of several bearers reports the first only,
+        // and the other cids stay unread.
+        notification.status = 0;
+        notification.cid = parcel.readInt32();
+    }
+    rilproxy_send_notify(task, TASK_ID_DATAMNGR, EVENT_DEDICATE_BEARER_DEACTIVATED_IND,
+                         &notification, sizeof(notification));
+    return 0;
+}
+
+int rilproxy_UNSOL_DATA_CALL_RESPONSE_notify(task_ptr_t task, android::Parcel &parcel,
+                                             ril_supported_feature_t *) {
+    RLOGI("RIL_UNSOL_DATA_CALL_RESPONSE");
+    int ver = parcel.readInt32();
+    int num = parcel.readInt32();
+    RLOGI("ver %d num = %d", ver, num);
+    if (num == 0) {
+        RLOGE("UNSOL_DATA_CALL_RESPONSE num = %d", num);
+        ShortStatusNotification failure;
+        memset(&failure, 0, sizeof(failure));
+        failure.status = ZOKRIL_E_GENERIC_FAILURE;
+        rilproxy_send_notify(task, TASK_ID_DATAMNGR, EVENT_DATA_CALL_RESPONSE_FAIL_IND, &failure,
+                             sizeof(failure));
+    } else if (num == 1) {
+        DataCallSetupReply notification;
+        memset(&notification, 0, sizeof(notification));
+        notification.status = 0;
+        readDataCallFromParcel(parcel, &notification.dcall, ver, kHasEranType);
+        rilproxy_send_notify(task, TASK_ID_DATAMNGR, EVENT_DATA_CALL_RESPONSE_IND, &notification,
+                             sizeof(notification));
+    } else {
+        // A late result answers exactly one set-up; any other count cannot be matched to one.
+        RLOGE("UNSOL_DATA_CALL_RESPONSE invalid num = %d", num);
+    }
+    return 0;
+}
+
+int rilproxy_UNSOL_IGNORE_notify(task_ptr_t, android::Parcel &, ril_supported_feature_t *) {
+    return 0;
+}
