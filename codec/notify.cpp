@@ -6,6 +6,7 @@
 
 #include "codec/bearer_record.h"
 #include "codec/data_call_record.h"
+#include "codec/wire_lists.h"
 #include "core/log.h"
 #include "core/replies.h"
 #include "vopa_events.h"
@@ -14,14 +15,11 @@
 constexpr int kHasEranType = 1;
 
 // A count from the wire is not trusted to bound the loop: every entry becomes an event of tens
-// of kilobytes. An entry needs at least its first int32; a read with fewer than four bytes left
-// neither yields data nor moves the cursor, so "position < size" alone could loop for ever on a
-// few stray bytes. Each entry taken thus consumes four bytes or more. A count that the payload
-// does carry is sent in full, and a last entry cut short goes out with zeros where data ran out.
+// of kilobytes. An entry needs at least its first int32 (fewer bytes left cannot move the
+// cursor), so each entry taken consumes four bytes or more. A count that the payload does carry
+// is sent in full, and a last entry cut short goes out with zeros where its data ran out.
 static bool entryAvailable(android::Parcel &parcel, int index, int num) {
-    size_t position = parcel.dataPosition();
-    size_t size = parcel.dataSize();
-    if (position <= size && size - position >= sizeof(int32_t)) return true;
+    if (parcelHasInt32(parcel)) return true;
     RLOGE("num = %d, but the payload ends after %d entries", num, index);
     return false;
 }
