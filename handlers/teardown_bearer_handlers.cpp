@@ -4,6 +4,7 @@
 
 #include "codec/bearer_record.h"
 #include "codec/parcel_strings.h"
+#include "codec/wire_lists.h"
 #include "core/log.h"
 #include "core/replies.h"
 #include "handlers/handler_support.h"
@@ -14,9 +15,6 @@
 // exactly this value.
 constexpr int32_t kBearerParcelLead = 7;
 constexpr int32_t kIdCauseStrings = 2;
-
-// The smallest bearer the daemon can send: seven fields and the QoS, TFT and P-CSCF flags.
-constexpr size_t kBearerMinWireSize = 10 * sizeof(int32_t);
 
 // Id and cause travel as decimal texts, never as int32 values.
 static void writeIdCause(android::Parcel &parcel, const CallIdCauseRequest &req) {
@@ -131,21 +129,18 @@ RILPROXY_REQ(MODIFY_DATA_CALL) {
     return 0;
 }
 
-// How many of the `num` bearers the response can hold at all. A well-formed response always
-// holds num of them; a num beyond what the payload could carry would otherwise make the reader
-// thread send up to 2^31 replies of zeros.
-static int bearersCarried(const android::Parcel &parcel, int num) {
-    size_t most = parcel.dataSize() / kBearerMinWireSize;
-    return static_cast<size_t>(num) > most ? static_cast<int>(most) : num;
-}
-
-// One reply per bearer, all for the same pending event and told apart by index. One record
-// serves every bearer; it is cleared before each one so that the fields the bearer reader leaves
-// alone (ddcId) are zero rather than the previous bearer's.
-static void replyPerBearer(task_ptr_t task, event_ptr_t event, event_id_t resp_event_id,
-                           android::Parcel &parcel, int result, int num, int carried) {
+// One reply per bearer, all for the same pending event and told apart by index; returns how many
+// went out. One record serves every bearer; it is cleared before each one so that the fields the
+// bearer reader leaves alone (ddcId) are zero rather than the previous bearer's.
+//
+// A num beyond the bearers the payload carries would otherwise make the reader thread send up to
+// 2^31 replies of zeros. Every bearer starts with an int32, so the replies stop once not one is
+// left; a count the payload does carry is answered in full.
+static int replyPerBearer(task_ptr_t task, event_ptr_t event, event_id_t resp_event_id,
+                          android::Parcel &parcel, int result, int num) {
     DedicateBearerReply reply;
-    for (int index = 0; index < carried; index++) {
+    int index = 0;
+    for (; index < num && parcelHasInt32(parcel); index++) {
         memset(&reply, 0, sizeof(reply));
         reply.status = result;
         reply.num = static_cast<uint16_t>(num);
@@ -153,16 +148,15 @@ static void replyPerBearer(task_ptr_t task, event_ptr_t event, event_id_t resp_e
         readDedicateDataFromParcel(parcel, &reply.bearer);
         rilproxy_reply_response(task, event, resp_event_id, &reply, sizeof(reply));
     }
+    return index;
 }
 
 RILPROXY_RESP(SETUP_DEDICATE_DATA_CALL) {
     RLOGI("EVENT_SETUP_DEDICATE_DATA_CALL_RESP");
     int num = parcel.readInt32();
     RLOGI("num = %d", num);
-    if (num <= 0) return 0;
-    int carried = bearersCarried(parcel, num);
-    if (carried < num) RLOGE("num = %d, but the response holds at most %d", num, carried);
-    replyPerBearer(task, event, resp_event_id, parcel, result, num, carried);
+    int sent = replyPerBearer(task, event, resp_event_id, parcel, result, num);
+    if (sent < num) RLOGE("num = %d, but the response holds %d", num, sent);
     return 0;
 }
 
@@ -170,9 +164,7 @@ RILPROXY_RESP(MODIFY_DATA_CALL) {
     RLOGI("EVENT_MODIFY_DATA_CALL_RESP");
     int num = parcel.readInt32();
     RLOGI("num = %d", num);
-    if (num <= 0) return 0;
-    int carried = bearersCarried(parcel, num);
-    if (carried < num) RLOGE("num = %d, but the response holds at most %d", num, carried);
-    replyPerBearer(task, event, resp_event_id, parcel, result, num, carried);
+    int sent = replyPerBearer(task, event, resp_event_id, parcel, result, num);
+    if (sent < num) RLOGE("num = %d, but the response holds %d", num, sent);
     return 0;
 }

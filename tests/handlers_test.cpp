@@ -191,7 +191,7 @@ TEST_F(HandlersTest, ResponsesBecomeReplies) {
          "e8 03 00 00 " + bearerWire("0a"),
          0,
          {{4010, 3964, "00 00 00 00 e8 03 00 00 00 00 00 00 0a"}},
-         "num = 1000, but the response holds at most 1"},
+         "num = 1000, but the response holds 1"},
         {true, 4003, "", 0, {}, "EVENT_SETUP_DATA_CALL_RESP"},
         {true, 4003, "", 3, {{4004, 8, "02 00 00 00"}}, "resp_result (3) != ZOKRIL_E_SUCCESS"},
         {true, 4015, "", 7, {{4016, 8, "02 00 00 00"}}, "resp_result (7) != ZOKRIL_E_SUCCESS"},
