@@ -1,0 +1,105 @@
+// Each unsolicited handler of ril_notifys on arbitrary Parcels: the first byte picks the row, the
+// rest is the payload. Every event the handler sends must go to task 402 with the size its kind
+// has, be freed by the framework, and never outnumber what the Parcel announced.
+#include <binder/Parcel.h>
+#include <host/log_capture.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <vector>
+
+#include "rilproxy.h"
+#include "rilproxy_entity.h"
+#include "vopa_host.h"
+
+namespace {
+
+void check(bool ok, const char *what) {
+    if (ok) return;
+    fprintf(stderr, "invariant broken: %s\n", what);
+    abort();
+}
+
+size_t rowCount() {
+    size_t n = 0;
+    while (ril_notifys[n].id != 0 && ril_notifys[n].handler != nullptr) n++;
+    return n;
+}
+
+int32_t wordAt(const uint8_t *payload, size_t size, size_t index) {
+    if (size < (index + 1) * 4) return 0;
+    int32_t w;
+    memcpy(&w, payload + index * 4, sizeof(w));
+    return w;
+}
+
+size_t sizeOf(event_id_t id) {
+    switch (id) {
+        case EVENT_DATA_CALL_LIST_CHANGED_IND:
+            return RILPROXY_DCALL_LIST_NOTIFY_SIZE;
+        case EVENT_DATA_CALL_RESPONSE_IND:
+            return sizeof(DataCallSetupReply);
+        case EVENT_DEDICATE_BEARER_ACTIVATED_IND:
+        case EVENT_DEDICATE_BEARER_MODIFIED_IND:
+            return sizeof(BearerNotification);
+        case EVENT_DEDICATE_BEARER_DEACTIVATED_IND:
+        case EVENT_DATA_CALL_RESPONSE_FAIL_IND:
+            return sizeof(ShortStatusNotification);
+        default:
+            return 0;
+    }
+}
+
+// The most events a payload may produce: one per announced item for the lists, one at most for
+// the others. The count word is the payload's first (bearers) or second (after a version) word.
+size_t maxEvents(int32_t id, const uint8_t *payload, size_t size) {
+    switch (id) {
+        case RIL_UNSOL_DATA_CALL_LIST_CHANGED: {
+            int32_t num = wordAt(payload, size, 1);
+            return num > 0 ? static_cast<size_t>(num) : 0;
+        }
+        case RIL_UNSOL_DEDICATE_BEARER_ACTIVATED:
+        case RIL_UNSOL_DEDICATE_BEARER_MODIFIED: {
+            int32_t num = wordAt(payload, size, 0);
+            return num > 0 ? static_cast<size_t>(num) : 0;
+        }
+        case RIL_UNSOL_DEDICATE_BEARER_DEACTIVATED:
+        case RIL_UNSOL_DATA_CALL_RESPONSE:
+            return 1;
+        default:
+            return 0;
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    host_log_set_stderr(0);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    static const size_t rows = rowCount();
+    static task_ptr_t task = static_cast<task_ptr_t>(calloc(1, sizeof(vopa_task_t)));
+    if (size < 1 || rows == 0) return 0;
+    const ril_notify_t &row = ril_notifys[data[0] % rows];
+    vopa_host::reset();
+
+    android::Parcel parcel;
+    parcel.setData(data + 1, size - 1);
+    ril_supported_feature_t feature = {0};
+    check(row.handler(task, parcel, &feature) == 0, "handlers always return 0");
+
+    std::vector<vopa_host::Delivery> out = vopa_host::deliveries();
+    check(out.size() <= maxEvents(row.id, data + 1, size - 1), "no more events than announced");
+    for (const vopa_host::Delivery &d : out) {
+        check(d.kind == vopa_host::DeliveryKind::Send && d.to == TASK_ID_DATAMNGR,
+              "notifications go to the data manager");
+        check(sizeOf(d.id) != 0 && d.data.size() == sizeOf(d.id), "each kind has its size");
+    }
+    vopa_host::Counters c = vopa_host::counters();
+    check(c.live == 0 && c.bad_frees == 0, "every notification is freed exactly once");
+    return 0;
+}
