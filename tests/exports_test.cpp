@@ -156,16 +156,20 @@ TEST_F(ExportsTest, ExportsExactlyTheFrameworkNames) {
     EXPECT_EQ(exported, expected);
 }
 
-TEST_F(ExportsTest, ExportsAreFunctionsOrTablesAsTheFrameworkBindsThem) {
+TEST_F(ExportsTest, ExportsAreFunctionsOrWholeTablesAsTheFrameworkBindsThem) {
     struct Case {
         const char *name;
         unsigned char type;
+        uint64_t size;  // tables: their rows, the end row included
     };
     const Case cases[] = {
-        {"rilproxy_entity_init", STT_FUNC}, {"rilproxy_entity_version", STT_FUNC},
-        {"rilproxy_entity_exit", STT_FUNC}, {kReplyLinkName, STT_FUNC},
-        {"ril_handlers", STT_OBJECT},       {"ril_handlers_tlv", STT_OBJECT},
-        {"ril_notifys", STT_OBJECT},
+        {"rilproxy_entity_init", STT_FUNC, 0},
+        {"rilproxy_entity_version", STT_FUNC, 0},
+        {"rilproxy_entity_exit", STT_FUNC, 0},
+        {kReplyLinkName, STT_FUNC, 0},
+        {"ril_handlers", STT_OBJECT, 15 * sizeof(ril_handler_t)},
+        {"ril_handlers_tlv", STT_OBJECT, 4 * sizeof(ril_handler_tlv_t)},
+        {"ril_notifys", STT_OBJECT, 7 * sizeof(ril_notify_t)},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
@@ -174,11 +178,7 @@ TEST_F(ExportsTest, ExportsAreFunctionsOrTablesAsTheFrameworkBindsThem) {
         EXPECT_EQ(it->second.type, c.type);
         EXPECT_EQ(it->second.bind, STB_GLOBAL);
         if (c.type == STT_OBJECT) {
-            // A table holds whole rows, the end row at least.
-            size_t row =
-                strcmp(c.name, "ril_notifys") == 0 ? sizeof(ril_notify_t) : sizeof(ril_handler_t);
-            EXPECT_GE(it->second.size, row);
-            EXPECT_EQ(it->second.size % row, 0u);
+            EXPECT_EQ(it->second.size, c.size);
         }
     }
 }
