@@ -55,7 +55,7 @@ int rilproxy_DATAMNGR_error(task_ptr_t task, event_ptr_t event, event_id_t resp_
                             int error) {
     switch (resp_event_id) {
         case EVENT_SETUP_DATA_CALL_RESP: {
-            RLOGI("ERROR EVENT_SETUP_DATA_CALL_RESP");
+            RLOGI("ERROR EVENT_SETUP_DATA_CALL_RESP\n");
             // The request's cid and SIM slot are echoed from the pending event. It normally
             // still holds its set-up payload, but this path also answers a request that failed
             // for want of one: a missing or short payload reads as zeros (cid 0, simId 0)

@@ -244,7 +244,7 @@ TEST_F(HandlersTest, ErrorFunctionAnswersByResponseEvent) {
          2,
          {{4004, 47876, "02 00 00 00 00 00 00 00 00 00 00 00 09 00"}},
          2,
-         "ERROR EVENT_SETUP_DATA_CALL_RESP"},
+         "ERROR EVENT_SETUP_DATA_CALL_RESP\n"},
         {4016, {}, 2, {{4016, 264, "02 00 00 00"}}, 1, "ERROR EVENT_PCSCF_DISCOVERY_PCO_RESP"},
         {9332, {}, 14, {}, 0, "ERROR EVENT_RB_DM_PDN_INFO_IND_RESP"},
     };
