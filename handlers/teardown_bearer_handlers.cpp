@@ -23,59 +23,43 @@ static void writeIdCause(android::Parcel &parcel, const CallIdCauseRequest &req)
     writeIntAsStringToParcel(parcel, req.cause);
 }
 
-RILPROXY_REQ(DEACTIVATE_DATA_CALL) {
-    RLOGI("EVENT_DEACTIVATE_DATA_CALL_REQ");
-    CallIdCauseRequest req;
-    if (!rilproxy_read_payload(event, &req, sizeof(req))) {
-        RLOGE("can't get the data");
-        return -1;
+// The teardown family differs only by its log texts. Each function is still its own (the log
+// prefix names the writing function), so they are stamped out by macro rather than sharing a body.
+#define RILPROXY_ID_CAUSE_HANDLERS(name, reqText, respText)                      \
+    RILPROXY_REQ(name) {                                                         \
+        RLOGI(reqText);                                                          \
+        CallIdCauseRequest req;                                                  \
+        if (!rilproxy_read_payload(event, &req, sizeof(req))) {                  \
+            RLOGE("can't get the data");                                         \
+            return -1;                                                           \
+        }                                                                        \
+        RLOGI("id = %d, cause = %d", req.id, req.cause);                         \
+        writeIdCause(parcel, req);                                               \
+        return 0;                                                                \
+    }                                                                            \
+    RILPROXY_RESP(name) {                                                        \
+        RLOGI(respText);                                                         \
+        rilproxy_reply_response_only_status(task, event, resp_event_id, result); \
+        return 0;                                                                \
     }
-    RLOGI("id = %d, cause = %d", req.id, req.cause);
-    writeIdCause(parcel, req);
-    return 0;
-}
 
-RILPROXY_RESP(DEACTIVATE_DATA_CALL) {
-    RLOGI("EVENT_DEACTIVATE_DATA_CALL_RESP");
-    rilproxy_reply_response_only_status(task, event, resp_event_id, result);
-    return 0;
-}
+RILPROXY_ID_CAUSE_HANDLERS(DEACTIVATE_DATA_CALL, "EVENT_DEACTIVATE_DATA_CALL_REQ",
+                           "EVENT_DEACTIVATE_DATA_CALL_RESP")
+RILPROXY_ID_CAUSE_HANDLERS(DEACTIVATE_DEDICATE_DATA_CALL, "EVENT_DEACTIVATE_DEDICATE_DATA_CALL_REQ",
+                           "EVENT_DEACTIVATE_DEDICATE_DATA_CALL_RESP")
+RILPROXY_ID_CAUSE_HANDLERS(ABORT_SETUP_DATA_CALL, "EVENT_ABORT_SETUP_DATA_CALL_REQ",
+                           "EVENT_ABORT_SETUP_DATA_CALL_RESP")
 
-RILPROXY_REQ(DEACTIVATE_DEDICATE_DATA_CALL) {
-    RLOGI("EVENT_DEACTIVATE_DEDICATE_DATA_CALL_REQ");
-    CallIdCauseRequest req;
-    if (!rilproxy_read_payload(event, &req, sizeof(req))) {
-        RLOGE("can't get the data");
-        return -1;
-    }
-    RLOGI("id = %d, cause = %d", req.id, req.cause);
-    writeIdCause(parcel, req);
-    return 0;
-}
-
-RILPROXY_RESP(DEACTIVATE_DEDICATE_DATA_CALL) {
-    RLOGI("EVENT_DEACTIVATE_DEDICATE_DATA_CALL_RESP");
-    rilproxy_reply_response_only_status(task, event, resp_event_id, result);
-    return 0;
-}
-
-RILPROXY_REQ(ABORT_SETUP_DATA_CALL) {
-    RLOGI("EVENT_ABORT_SETUP_DATA_CALL_REQ");
-    CallIdCauseRequest req;
-    if (!rilproxy_read_payload(event, &req, sizeof(req))) {
-        RLOGE("can't get the data");
-        return -1;
-    }
-    RLOGI("id = %d, cause = %d", req.id, req.cause);
-    writeIdCause(parcel, req);
-    return 0;
-}
-
-RILPROXY_RESP(ABORT_SETUP_DATA_CALL) {
-    RLOGI("EVENT_ABORT_SETUP_DATA_CALL_RESP");
-    rilproxy_reply_response_only_status(task, event, resp_event_id, result);
-    return 0;
-}
+// Logged from each request function itself, so the line names it.
+#define RILPROXY_LOG_BEARER_REQUEST(bearer)                                                   \
+    do {                                                                                      \
+        RLOGI("ddcId = %d, interfaceId = %d, primaryCid = %d, cid = %d, active = %d",         \
+              (bearer).ddcId, (bearer).interfaceId, (bearer).primaryCid, (bearer).cid,        \
+              (bearer).active);                                                               \
+        RLOGI("signalingFlag = %d, bearerId = %d, failCause = %d, hasQos = %d, hasTft = %d",  \
+              (bearer).signalingFlag, (bearer).bearerId, (bearer).failCause, (bearer).hasQos, \
+              (bearer).hasTft);                                                               \
+    } while (0)
 
 // The optional QoS and TFT, each behind a 0/1 marker, shared by set-up and modify.
 static void writeQosTft(android::Parcel &parcel, ZOK_Dedicate_Data_Call_Struct *bearer) {
@@ -100,10 +84,7 @@ RILPROXY_REQ(SETUP_DEDICATE_DATA_CALL) {
         RLOGE("can't get the data");
         return -1;
     }
-    RLOGI("ddcId = %d, interfaceId = %d, primaryCid = %d, cid = %d, active = %d", bearer.ddcId,
-          bearer.interfaceId, bearer.primaryCid, bearer.cid, bearer.active);
-    RLOGI("signalingFlag = %d, bearerId = %d, failCause = %d, hasQos = %d, hasTft = %d",
-          bearer.signalingFlag, bearer.bearerId, bearer.failCause, bearer.hasQos, bearer.hasTft);
+    RILPROXY_LOG_BEARER_REQUEST(bearer);
     parcel.writeInt32(kBearerParcelLead);
     parcel.writeInt32(bearer.ddcId);
     parcel.writeInt32(bearer.interfaceId);
@@ -119,10 +100,7 @@ RILPROXY_REQ(MODIFY_DATA_CALL) {
         RLOGE("can't get the data");
         return -1;
     }
-    RLOGI("ddcId = %d, interfaceId = %d, primaryCid = %d, cid = %d, active = %d", bearer.ddcId,
-          bearer.interfaceId, bearer.primaryCid, bearer.cid, bearer.active);
-    RLOGI("signalingFlag = %d, bearerId = %d, failCause = %d, hasQos = %d, hasTft = %d",
-          bearer.signalingFlag, bearer.bearerId, bearer.failCause, bearer.hasQos, bearer.hasTft);
+    RILPROXY_LOG_BEARER_REQUEST(bearer);
     parcel.writeInt32(kBearerParcelLead);
     parcel.writeInt32(bearer.cid);
     writeQosTft(parcel, &bearer);
