@@ -53,6 +53,9 @@ public:
     // Accepts one client, replacing (and closing) any previous one.
     bool acceptClient(int timeoutMs);
     bool connected() const { return mClient >= 0; }
+    // The accepted client's descriptor (-1 when none), for a caller that polls it together with
+    // descriptors of its own; reads and writes still go through this object.
+    int clientFd() const { return mClient; }
     // False on time-out, a closed peer or a frame whose length cannot hold its header.
     bool readRequest(RequestFrame *out, int timeoutMs);
     // Waits until the client closes its end (reads and discards anything before that).

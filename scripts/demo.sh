@@ -1,0 +1,34 @@
+#!/usr/bin/env bash
+# Builds the entity and the host runner, then runs examples/demo.script: the real
+# libzok_rilproxy.so in the host framework against the built-in simulated RIL daemon. Installs
+# what it needs from Debian's packages when missing.
+#
+#   scripts/demo.sh                  # text: one line per frame and per event
+#   scripts/demo.sh --format json    # one JSON object per line
+#   scripts/demo.sh --quiet          # without the entity's log lines (stderr)
+#
+# Extra arguments go to rilproxy-host. The run ends with the entity's own teardown, which exits
+# the process with status 0.
+set -euo pipefail
+
+top=$(cd "$(dirname "$0")/.." && pwd)
+cd "$top"
+
+need=(cmake ninja-build g++ googletest)
+missing=()
+for p in "${need[@]}"; do
+  dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "== installing: ${missing[*]}" >&2
+  apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" >/dev/null
+fi
+
+if [ ! -f out/native/build.ninja ]; then
+  cmake -S . -B out/native -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+fi
+# Only what the demo runs: the runner (which depends on the shared object) and rild-sim.
+cmake --build out/native -j "$(nproc)" --target rilproxy-host rild-sim >&2
+
+exec out/native/tools/rilproxy-host --sim "$@" examples/demo.script

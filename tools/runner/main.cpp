@@ -1,0 +1,381 @@
+// rilproxy-host: loads the real libzok_rilproxy.so into the host framework, points it at a RIL
+// daemon (the built-in simulated one with --sim, or any program listening on the socket), runs
+// a script of framework events and prints every event the entity delivers. See docs/runner.md.
+//
+//     rilproxy-host --sim examples/demo.script
+//     rilproxy-host --socket-dir /tmp/socks --format json < my.script
+#include <cutils/properties.h>
+#include <dlfcn.h>
+#include <host/log_capture.h>
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "rilproxy.h"
+#include "tools/runner/script.h"
+#include "tools/runner/summary.h"
+#include "tools/sim/output.h"
+#include "tools/sim/profile.h"
+#include "vopa_host.h"
+
+#ifndef ZOK_RUNNER_DEFAULT_LIB
+#define ZOK_RUNNER_DEFAULT_LIB "libzok_rilproxy.so"
+#endif
+
+namespace {
+
+constexpr int kConnectTimeoutMs = 10000;
+constexpr int kTeardownTimeoutMs = 10000;
+
+typedef entity_ptr_t (*entity_init_fn)(entity_ptr_t, const entity_init_arg_ptr_t);
+typedef void (*entity_version_fn)(void);
+
+struct Options {
+    std::string lib;
+    std::string socketDir;
+    bool sim = false;
+    bool tlv = false;
+    std::vector<std::pair<std::string, std::string>> props;
+    int propVer = 1;
+    bool json = false;
+    bool quiet = false;
+    std::string script;  // empty or "-": standard input
+};
+
+const char kUsage[] =
+    "usage: rilproxy-host [options] [SCRIPT]\n"
+    "Loads libzok_rilproxy.so into the host framework, runs SCRIPT (default: standard input)\n"
+    "and prints every event the entity delivers on stdout (entity logs go to stderr).\n"
+    "\n"
+    "options:\n"
+    "  --lib PATH          the entity (default: the build tree's libzok_rilproxy.so)\n"
+    "  --socket-dir DIR    the reserved socket namespace (ANDROID_SOCKET_DIR); default: a fresh\n"
+    "                      temporary directory with --sim, else $ANDROID_SOCKET_DIR or "
+    "/dev/socket/\n"
+    "  --sim               start the built-in simulated RIL daemon on the entity's socket\n"
+    "  --tlv               the simulated daemon accepts TLV requests (2157..2159)\n"
+    "  --prop KEY=VALUE    set a system property before the entity starts (repeatable)\n"
+    "  --prop-ver N        the framework's zok_prop_ver (default 1)\n"
+    "  --format text|json  output format (default text)\n"
+    "  --quiet             no entity log lines on stderr\n"
+    "  --help              this text\n"
+    "\n"
+    "commands (one per line; '#' starts a comment):\n"
+    "  post EVENT [HEX] [size=N] [hex=OFF:HEX] [i32=OFF:N] [str=OFF:TEXT] [from=N]\n"
+    "  at CHANNEL SIM TOKEN TEXT          AT-command relay (2002), \\r \\n escapes in TEXT\n"
+    "  connect [CMD_NAME [URC_NAME]]      post 2004;  disconnect: post 2005\n"
+    "  prop KEY VALUE                     set a system property\n"
+    "  wait EVENT [TIMEOUT_MS]            wait for the next delivery of EVENT (default 5000)\n"
+    "  sleep MS\n"
+    "  sim unsol NAME | sim unsol ID [HEX]   NAME: data-call-list, bearer-activated,\n"
+    "                                     bearer-modified, bearer-deactivated, data-call-response\n"
+    "  sim fail RIL_REQUEST RESULT        answer that request with RESULT (0: normal again)\n"
+    "  sim close                          drop the connection; the entity's teardown ends the run\n"
+    "  quit                               exit 0 (also at the end of the script)\n"
+    "\n"
+    "exit status: 0 done (or the entity's teardown), 1 run-time failure (a wait timed out),\n"
+    "2 bad options or script.\n";
+
+Options gOptions;
+
+// Ends the process without running destructors: the entity's threads keep running until the
+// very end and must not see the framework's objects destroyed under them.
+[[noreturn]] void finish(int status) {
+    fflush(stdout);
+    fflush(stderr);
+    _exit(status);
+}
+
+[[noreturn]] void usageError(const std::string &message) {
+    fprintf(stderr, "rilproxy-host: %s\n%s", message.c_str(), kUsage);
+    finish(2);
+}
+
+void emitDelivery(const vopa_host::Delivery &d) {
+    const char *name = event_get_name(d.id);
+    if (gOptions.json) {
+        tool_output::writeLine(
+            std::string("{\"kind\":\"") + vopa_host::kind_name(d.kind) +
+            "\",\"id\":" + std::to_string(d.id) + ",\"name\":" + tool_output::jsonString(name) +
+            ",\"to\":" + std::to_string(d.to) + ",\"len\":" + std::to_string(d.data.size()) +
+            ",\"data\":\"" + tool_output::hexLower(d.data) + "\"}");
+        return;
+    }
+    std::string target;
+    if (d.kind == vopa_host::DeliveryKind::Reply) {
+        target = " to requester " + std::to_string(d.to);
+    } else if (d.kind == vopa_host::DeliveryKind::Send) {
+        target = " to task " + std::to_string(d.to);
+    }
+    tool_output::writeLine(std::string("entity -> ") + vopa_host::kind_name(d.kind) + " " + name +
+                           "(" + std::to_string(d.id) + ")" + target + ", " +
+                           std::to_string(d.data.size()) +
+                           " bytes: " + runner::describeEvent(d.id, d.data));
+}
+
+std::string defaultLib() {
+    char self[PATH_MAX];
+    ssize_t n = readlink("/proc/self/exe", self, sizeof(self) - 1);
+    if (n <= 0) return ZOK_RUNNER_DEFAULT_LIB;
+    self[n] = '\0';
+    std::string dir(self);
+    dir = dir.substr(0, dir.rfind('/') + 1);
+    return dir + ZOK_RUNNER_DEFAULT_LIB;
+}
+
+void parseOptions(int argc, char **argv) {
+    for (int i = 1; i < argc; i++) {
+        std::string arg = argv[i];
+        auto value = [&]() -> std::string {
+            if (i + 1 >= argc) usageError("option " + arg + " needs a value");
+            return argv[++i];
+        };
+        if (arg == "--help" || arg == "-h") {
+            fputs(kUsage, stdout);
+            finish(0);
+        } else if (arg == "--lib") {
+            gOptions.lib = value();
+        } else if (arg == "--socket-dir") {
+            gOptions.socketDir = value();
+        } else if (arg == "--sim") {
+            gOptions.sim = true;
+        } else if (arg == "--tlv") {
+            gOptions.tlv = true;
+        } else if (arg == "--prop") {
+            std::string kv = value();
+            size_t eq = kv.find('=');
+            if (eq == std::string::npos || eq == 0) usageError("--prop wants KEY=VALUE: " + kv);
+            gOptions.props.emplace_back(kv.substr(0, eq), kv.substr(eq + 1));
+        } else if (arg == "--prop-ver") {
+            std::string v = value();
+            char *end = nullptr;
+            long n = strtol(v.c_str(), &end, 10);
+            if (v.empty() || *end != '\0') usageError("bad --prop-ver " + v);
+            gOptions.propVer = static_cast<int>(n);
+        } else if (arg == "--format") {
+            std::string f = value();
+            if (f != "text" && f != "json") usageError("unknown format " + f);
+            gOptions.json = f == "json";
+        } else if (arg == "--quiet") {
+            gOptions.quiet = true;
+        } else if (arg.size() > 1 && arg[0] == '-') {
+            usageError("unknown option " + arg);
+        } else if (gOptions.script.empty()) {
+            gOptions.script = arg;
+        } else {
+            usageError("more than one script: " + arg);
+        }
+    }
+    if (gOptions.tlv && !gOptions.sim) usageError("--tlv needs --sim");
+    if (gOptions.lib.empty()) gOptions.lib = defaultLib();
+}
+
+std::string readScript() {
+    std::stringstream text;
+    if (gOptions.script.empty() || gOptions.script == "-") {
+        text << std::cin.rdbuf();
+        return text.str();
+    }
+    std::ifstream in(gOptions.script);
+    if (!in) {
+        fprintf(stderr, "rilproxy-host: cannot read %s\n", gOptions.script.c_str());
+        finish(2);
+    }
+    text << in.rdbuf();
+    return text.str();
+}
+
+// The name the entity will connect to when no connect event configures one.
+std::string entitySocketName() {
+    char value[PROPERTY_VALUE_MAX] = {};
+    property_get(gOptions.propVer < 1 ? "ril.zok.socket" : "vendor.ril.zok.socket", value, "");
+    return value[0] != '\0' ? value : "rild-zok";
+}
+
+[[noreturn]] void runFailure(const runner::Command &c, const std::string &message) {
+    fprintf(stderr, "rilproxy-host: line %d: %s\n", c.line, message.c_str());
+    finish(1);
+}
+
+void post(const runner::Command &c, event_id_t id, const void *data, size_t len) {
+    if (!gOptions.json) {
+        tool_output::writeLine(std::string("fw -> ") + event_get_name(id) + "(" +
+                               std::to_string(id) + ") from " + std::to_string(c.from) + ", " +
+                               std::to_string(len) + " bytes");
+    }
+    if (!vopa_host::post(TASK_ID_RILPROXY, id, data, static_cast<int>(len), c.from)) {
+        runFailure(c, "the entity's task does not take events");
+    }
+}
+
+void run(const std::vector<runner::Command> &commands, rild_sim::SimProfile *daemon) {
+    std::map<int32_t, uint64_t> lastSeen;  // per event id: the delivery the last wait consumed
+    for (const runner::Command &c : commands) {
+        switch (c.kind) {
+            case runner::Command::Post:
+                post(c, c.id, c.payload.data(), c.payload.size());
+                break;
+            case runner::Command::Connect:
+                post(c, EVENT_RILPROXY_CONNECT, c.payload.data(), c.payload.size());
+                break;
+            case runner::Command::Disconnect:
+                post(c, EVENT_RILPROXY_DISCONNECT, nullptr, 0);
+                break;
+            case runner::Command::At: {
+                // The record carries a pointer to the text, read by the entity's task thread
+                // after this returns: the copy lives as long as the process.
+                AtCommandRequest request;
+                memset(&request, 0, sizeof(request));
+                request.token = reinterpret_cast<void *>(static_cast<uintptr_t>(c.token));
+                request.channel = c.channel;
+                request.sim_id = c.simId;
+                request.command = strdup(c.text.c_str());
+                post(c, EVENT_RILPROXY_ATCMD_REQ, &request, sizeof(request));
+                break;
+            }
+            case runner::Command::Prop:
+                if (property_set(c.key.c_str(), c.text.c_str()) != 0) {
+                    runFailure(c, "cannot set property " + c.key);
+                }
+                break;
+            case runner::Command::Wait: {
+                vopa_host::Delivery d;
+                if (!vopa_host::wait_for_id(c.id, c.timeoutMs, &d, lastSeen[c.id])) {
+                    runFailure(c, std::string("wait ") + std::to_string(c.id) + " (" +
+                                      event_get_name(c.id) + "): nothing delivered within " +
+                                      std::to_string(c.timeoutMs) + " ms");
+                }
+                lastSeen[c.id] = d.seq;
+                break;
+            }
+            case runner::Command::Sleep:
+                usleep(static_cast<useconds_t>(c.timeoutMs) * 1000);
+                break;
+            case runner::Command::SimUnsol:
+                daemon->sendUnsolicited(c.id, c.payload);
+                break;
+            case runner::Command::SimFail:
+                daemon->failRequest(c.id, c.result);
+                break;
+            case runner::Command::SimClose:
+                daemon->closeClient();
+                // The entity's teardown ends this process; getting past the sleep means it did
+                // not.
+                usleep(kTeardownTimeoutMs * 1000);
+                runFailure(c, "the entity did not end the process after the daemon closed");
+            case runner::Command::Quit:
+                finish(0);
+        }
+    }
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    parseOptions(argc, argv);
+    std::vector<runner::Command> commands;
+    std::string error;
+    if (!runner::parseScript(readScript(), gOptions.sim, &commands, &error)) {
+        fprintf(stderr, "rilproxy-host: %s: %s\n",
+                gOptions.script.empty() ? "<stdin>" : gOptions.script.c_str(), error.c_str());
+        finish(2);
+    }
+
+    bool ownSocketDir = false;
+    if (!gOptions.socketDir.empty()) {
+        struct stat st;
+        if (stat(gOptions.socketDir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+            usageError("--socket-dir " + gOptions.socketDir + " is not a directory");
+        }
+        setenv("ANDROID_SOCKET_DIR", gOptions.socketDir.c_str(), 1);
+    } else if (gOptions.sim) {
+        const char *tmp = getenv("TMPDIR");
+        // Short: the socket path must fit sun_path.
+        std::string pattern = std::string(tmp && tmp[0] ? tmp : "/tmp") + "/zok-host-XXXXXX";
+        if (mkdtemp(&pattern[0]) == nullptr) {
+            fprintf(stderr, "rilproxy-host: cannot create a socket directory\n");
+            finish(1);
+        }
+        gOptions.socketDir = pattern;
+        ownSocketDir = true;
+        setenv("ANDROID_SOCKET_DIR", pattern.c_str(), 1);
+    }
+    for (const auto &kv : gOptions.props) {
+        if (property_set(kv.first.c_str(), kv.second.c_str()) != 0) {
+            usageError("cannot set property " + kv.first);
+        }
+    }
+    zok_prop_ver = gOptions.propVer;
+    zok_pid = getpid();
+    host_log_set_stderr(gOptions.quiet ? 0 : 1);
+    vopa_host::set_delivery_listener(emitDelivery);
+
+    // Never destroyed: it must outlive the entity, which ends the process when it goes.
+    rild_sim::SimProfile *daemon = nullptr;
+    if (gOptions.sim) {
+        rild_sim::ProfileOptions options;
+        options.name = entitySocketName();
+        options.tlv = gOptions.tlv;
+        options.format =
+            gOptions.json ? rild_sim::OutputFormat::Json : rild_sim::OutputFormat::Text;
+        try {
+            daemon = new rild_sim::SimProfile(options);
+        } catch (const std::exception &e) {
+            fprintf(stderr, "rilproxy-host: %s\n", e.what());
+            finish(1);
+        }
+        daemon->start();
+    }
+
+    void *lib = dlopen(gOptions.lib.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (lib == nullptr) {
+        fprintf(stderr, "rilproxy-host: cannot load %s: %s\n", gOptions.lib.c_str(), dlerror());
+        finish(1);
+    }
+    auto init = reinterpret_cast<entity_init_fn>(dlsym(lib, "rilproxy_entity_init"));
+    auto version = reinterpret_cast<entity_version_fn>(dlsym(lib, "rilproxy_entity_version"));
+    if (init == nullptr || version == nullptr) {
+        fprintf(stderr, "rilproxy-host: %s lacks the entity's entry points\n",
+                gOptions.lib.c_str());
+        finish(1);
+    }
+    static vopa_entity_t entity = {0, nullptr, "rilproxy"};
+    static vopa_entity_init_arg_t initArg = {nullptr};
+    version();
+    init(&entity, &initArg);
+    vopa_host::open_entity_init_gate();
+
+    if (daemon != nullptr) {
+        // The script starts on a connected entity, so its first request is not refused for
+        // want of a socket.
+        const std::vector<uint8_t> connected = {0, 0, 0, 0};
+        bool up = vopa_host::wait_for(
+            [&](const vopa_host::Delivery &d) {
+                return d.id == EVENT_RILPROXY_STATE_IND && d.data == connected;
+            },
+            kConnectTimeoutMs);
+        if (!up) {
+            fprintf(stderr, "rilproxy-host: the entity did not connect to %s\n",
+                    daemon->path().c_str());
+            finish(1);
+        }
+        // One connection per run: the path is no longer needed, and a directory of our own is
+        // removed now because the run may end by the entity's exit_group.
+        if (ownSocketDir) {
+            unlink(daemon->path().c_str());
+            rmdir(gOptions.socketDir.c_str());
+        }
+    }
+    run(commands, daemon);
+    finish(0);
+}

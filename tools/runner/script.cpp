@@ -1,0 +1,447 @@
+// Parser of the host runner's scripts. Pure; runs on the runner's main thread before the entity
+// is loaded.
+#include "tools/runner/script.h"
+
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "tools/sim/profile.h"
+#include "vopa.h"
+#include "vopa_events.h"
+
+namespace runner {
+
+namespace {
+
+// Far above any framework record (the largest is 47876 bytes); a bigger payload is a typo.
+constexpr size_t kPayloadMax = 1024 * 1024;
+constexpr size_t kSocketNameSize = 32;
+
+const int32_t kKnownEvents[] = {
+    EVENT_RILPROXY_ATCMD_REQ,
+    EVENT_RILPROXY_CONNECT,
+    EVENT_RILPROXY_DISCONNECT,
+    EVENT_RESP_DATA_CALL_INFO,
+    EVENT_RESP_PCSCF_PCO,
+    EVENT_RESP_LAST_FAIL_CAUSE,
+    EVENT_RILPROXY_ATCMD_RESP,
+    EVENT_RILPROXY_STATE_IND,
+    EVENT_DATA_NOTIFICATION_REQ,
+    EVENT_SETUP_DATA_CALL_REQ,
+    EVENT_SETUP_DATA_CALL_RESP,
+    EVENT_DEACTIVATE_DATA_CALL_REQ,
+    EVENT_DEACTIVATE_DATA_CALL_RESP,
+    EVENT_SETUP_DEDICATE_DATA_CALL_REQ,
+    EVENT_SETUP_DEDICATE_DATA_CALL_RESP,
+    EVENT_MODIFY_DATA_CALL_REQ,
+    EVENT_MODIFY_DATA_CALL_RESP,
+    EVENT_DEACTIVATE_DEDICATE_DATA_CALL_REQ,
+    EVENT_DEACTIVATE_DEDICATE_DATA_CALL_RESP,
+    EVENT_ABORT_SETUP_DATA_CALL_REQ,
+    EVENT_ABORT_SETUP_DATA_CALL_RESP,
+    EVENT_PCSCF_DISCOVERY_PCO_REQ,
+    EVENT_PCSCF_DISCOVERY_PCO_RESP,
+    EVENT_LAST_DATA_CALL_FAIL_CAUSE_REQ,
+    EVENT_LAST_DATA_CALL_FAIL_CAUSE_RESP,
+    EVENT_DATA_CALL_LIST_CHANGED_IND,
+    EVENT_DEDICATE_BEARER_ACTIVATED_IND,
+    EVENT_DEDICATE_BEARER_MODIFIED_IND,
+    EVENT_DEDICATE_BEARER_DEACTIVATED_IND,
+    EVENT_SET_INITIAL_ATTACH_APN_REQ,
+    EVENT_SET_INITIAL_ATTACH_APN_RESP,
+    EVENT_RADIO_POWER_REQ,
+    EVENT_RADIO_POWER_RESP,
+    EVENT_DATA_CALL_RESPONSE_IND,
+    EVENT_DATA_CALL_RESPONSE_FAIL_IND,
+    EVENT_HANDOVER_RESP,
+    EVENT_NWMNGR_NOTIFY_PS_REG_STATE,
+    EVENT_RB_DM_HO_REQ,
+    EVENT_DEACTIVATE_DATA_CALL_2_REQ,
+    EVENT_RB_DM_PDN_INFO_IND,
+};
+
+struct Token {
+    std::string text;
+    size_t end;  // offset just past the token in its line
+};
+
+// Blank-separated tokens; a token that starts with '#' ends the line.
+std::vector<Token> tokenize(const std::string &line) {
+    std::vector<Token> out;
+    size_t i = 0;
+    while (i < line.size()) {
+        while (i < line.size() && (line[i] == ' ' || line[i] == '\t' || line[i] == '\r')) i++;
+        if (i >= line.size() || line[i] == '#') break;
+        size_t start = i;
+        while (i < line.size() && line[i] != ' ' && line[i] != '\t' && line[i] != '\r') i++;
+        out.push_back(Token{line.substr(start, i - start), i});
+    }
+    return out;
+}
+
+bool parseInt64(const std::string &text, int64_t min, int64_t max, int64_t *out) {
+    if (text.empty()) return false;
+    errno = 0;
+    char *end = nullptr;
+    long long v = strtoll(text.c_str(), &end, 0);
+    if (errno != 0 || *end != '\0' || v < min || v > max) return false;
+    *out = v;
+    return true;
+}
+
+bool parseUint64(const std::string &text, uint64_t *out) {
+    if (text.empty() || text[0] == '-') return false;
+    errno = 0;
+    char *end = nullptr;
+    unsigned long long v = strtoull(text.c_str(), &end, 0);
+    if (errno != 0 || *end != '\0') return false;
+    *out = v;
+    return true;
+}
+
+int hexDigit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+bool parseHex(const std::string &text, std::vector<uint8_t> *out) {
+    if (text.size() % 2 != 0) return false;
+    out->clear();
+    for (size_t i = 0; i < text.size(); i += 2) {
+        int hi = hexDigit(text[i]), lo = hexDigit(text[i + 1]);
+        if (hi < 0 || lo < 0) return false;
+        out->push_back(static_cast<uint8_t>(hi << 4 | lo));
+    }
+    return true;
+}
+
+// \r \n \t \s (blank) \\ ; anything else after a backslash is an error.
+bool decodeEscapes(const std::string &text, std::string *out) {
+    out->clear();
+    for (size_t i = 0; i < text.size(); i++) {
+        if (text[i] != '\\') {
+            out->push_back(text[i]);
+            continue;
+        }
+        if (++i >= text.size()) return false;
+        switch (text[i]) {
+            case 'r':
+                out->push_back('\r');
+                break;
+            case 'n':
+                out->push_back('\n');
+                break;
+            case 't':
+                out->push_back('\t');
+                break;
+            case 's':
+                out->push_back(' ');
+                break;
+            case '\\':
+                out->push_back('\\');
+                break;
+            default:
+                return false;
+        }
+    }
+    return true;
+}
+
+void putAt(std::vector<uint8_t> *payload, size_t offset, const uint8_t *data, size_t len) {
+    if (payload->size() < offset + len) payload->resize(offset + len, 0);
+    memcpy(payload->data() + offset, data, len);
+}
+
+// The tokens after `post ID`: [HEX] [size=N] [hex=OFF:HEX] [i32=OFF:N] [str=OFF:TEXT] [from=N].
+bool parsePost(const std::vector<Token> &tokens, Command *c, std::string *why) {
+    int64_t size = -1;
+    for (size_t i = 2; i < tokens.size(); i++) {
+        const std::string &t = tokens[i].text;
+        size_t eq = t.find('=');
+        if (eq == std::string::npos) {
+            if (i != 2) {
+                *why = "the payload hex must come right after the event id: '" + t + "'";
+                return false;
+            }
+            if (!parseHex(t, &c->payload)) {
+                *why = "bad hex '" + t + "'";
+                return false;
+            }
+            continue;
+        }
+        std::string key = t.substr(0, eq), value = t.substr(eq + 1);
+        if (key == "from") {
+            int64_t v;
+            if (!parseInt64(value, 0, UINT32_MAX, &v)) {
+                *why = "bad requester '" + value + "'";
+                return false;
+            }
+            c->from = static_cast<uint32_t>(v);
+            continue;
+        }
+        if (key == "size") {
+            if (!parseInt64(value, 0, kPayloadMax, &size)) {
+                *why = "bad size '" + value + "'";
+                return false;
+            }
+            continue;
+        }
+        size_t colon = value.find(':');
+        int64_t offset;
+        if ((key != "hex" && key != "i32" && key != "str") || colon == std::string::npos ||
+            !parseInt64(value.substr(0, colon), 0, kPayloadMax, &offset)) {
+            *why = "bad payload option '" + t + "'";
+            return false;
+        }
+        std::string rest = value.substr(colon + 1);
+        std::vector<uint8_t> piece;
+        if (key == "hex") {
+            if (!parseHex(rest, &piece)) {
+                *why = "bad hex '" + rest + "'";
+                return false;
+            }
+        } else if (key == "i32") {
+            int64_t v;
+            if (!parseInt64(rest, INT32_MIN, UINT32_MAX, &v)) {
+                *why = "bad int32 '" + rest + "'";
+                return false;
+            }
+            // Little-endian whatever the host: these are the framework's in-process records,
+            // and both targets (x86_64, AArch64) are little-endian.
+            uint32_t u = static_cast<uint32_t>(v);
+            for (int b = 0; b < 4; b++) piece.push_back(static_cast<uint8_t>(u >> (8 * b)));
+        } else {
+            std::string decoded;
+            if (!decodeEscapes(rest, &decoded)) {
+                *why = "bad escape in '" + rest + "'";
+                return false;
+            }
+            piece.assign(decoded.begin(), decoded.end());
+        }
+        if (static_cast<size_t>(offset) + piece.size() > kPayloadMax) {
+            *why = "payload too large";
+            return false;
+        }
+        putAt(&c->payload, static_cast<size_t>(offset), piece.data(), piece.size());
+    }
+    if (size >= 0) {
+        if (c->payload.size() > static_cast<size_t>(size)) {
+            *why = "payload of " + std::to_string(c->payload.size()) +
+                   " bytes exceeds size=" + std::to_string(size);
+            return false;
+        }
+        c->payload.resize(static_cast<size_t>(size), 0);
+    }
+    return true;
+}
+
+bool parseLine(const std::string &line, const std::vector<Token> &tokens, bool withSim, Command *c,
+               std::string *why) {
+    const std::string &verb = tokens[0].text;
+    size_t n = tokens.size();
+    auto arity = [&](size_t min, size_t max) {
+        if (n < min || n > max) {
+            *why = "wrong number of arguments for '" + verb + "'";
+            return false;
+        }
+        return true;
+    };
+    int64_t v;
+    if (verb == "post") {
+        c->kind = Command::Post;
+        if (n < 2 || !parseEventId(tokens[1].text, &c->id)) {
+            *why = n < 2 ? "post needs an event id" : "bad event id '" + tokens[1].text + "'";
+            return false;
+        }
+        return parsePost(tokens, c, why);
+    }
+    if (verb == "at") {
+        c->kind = Command::At;
+        if (n < 5) {
+            *why = "at needs CHANNEL SIM TOKEN TEXT";
+            return false;
+        }
+        if (!parseInt64(tokens[1].text, 0, UINT32_MAX, &v)) {
+            *why = "bad channel '" + tokens[1].text + "'";
+            return false;
+        }
+        c->channel = static_cast<uint32_t>(v);
+        if (!parseInt64(tokens[2].text, 0, UINT32_MAX, &v)) {
+            *why = "bad SIM id '" + tokens[2].text + "'";
+            return false;
+        }
+        c->simId = static_cast<uint32_t>(v);
+        if (!parseUint64(tokens[3].text, &c->token)) {
+            *why = "bad token '" + tokens[3].text + "'";
+            return false;
+        }
+        // The text is the rest of the line as written (blanks and '#' included).
+        size_t start = line.find_first_not_of(" \t", tokens[3].end);
+        std::string raw = line.substr(start);
+        raw.erase(raw.find_last_not_of(" \t\r") + 1);
+        if (!decodeEscapes(raw, &c->text)) {
+            *why = "bad escape in the AT text";
+            return false;
+        }
+        return true;
+    }
+    if (verb == "connect") {
+        c->kind = Command::Connect;
+        if (!arity(1, 3)) return false;
+        c->payload.assign(2 * kSocketNameSize, 0);
+        for (size_t i = 1; i < n; i++) {
+            const std::string &name = tokens[i].text;
+            if (name.size() >= kSocketNameSize) {
+                *why = "socket name '" + name + "' longer than 31 characters";
+                return false;
+            }
+            memcpy(c->payload.data() + (i - 1) * kSocketNameSize, name.data(), name.size());
+        }
+        return true;
+    }
+    if (verb == "disconnect") {
+        c->kind = Command::Disconnect;
+        return arity(1, 1);
+    }
+    if (verb == "prop") {
+        c->kind = Command::Prop;
+        if (n < 3) {
+            *why = "prop needs KEY VALUE";
+            return false;
+        }
+        c->key = tokens[1].text;
+        size_t start = line.find_first_not_of(" \t", tokens[1].end);
+        c->text = line.substr(start);
+        c->text.erase(c->text.find_last_not_of(" \t\r") + 1);
+        return true;
+    }
+    if (verb == "wait") {
+        c->kind = Command::Wait;
+        if (!arity(2, 3)) return false;
+        if (!parseEventId(tokens[1].text, &c->id)) {
+            *why = "bad event id '" + tokens[1].text + "'";
+            return false;
+        }
+        c->timeoutMs = 5000;
+        if (n == 3) {
+            if (!parseInt64(tokens[2].text, 1, INT32_MAX, &v)) {
+                *why = "bad time-out '" + tokens[2].text + "'";
+                return false;
+            }
+            c->timeoutMs = static_cast<int>(v);
+        }
+        return true;
+    }
+    if (verb == "sleep") {
+        c->kind = Command::Sleep;
+        if (!arity(2, 2)) return false;
+        if (!parseInt64(tokens[1].text, 0, INT32_MAX, &v)) {
+            *why = "bad duration '" + tokens[1].text + "'";
+            return false;
+        }
+        c->timeoutMs = static_cast<int>(v);
+        return true;
+    }
+    if (verb == "quit") {
+        c->kind = Command::Quit;
+        return arity(1, 1);
+    }
+    if (verb == "sim") {
+        if (!withSim) {
+            *why = "'sim' commands need --sim";
+            return false;
+        }
+        if (n >= 2 && tokens[1].text == "close") {
+            c->kind = Command::SimClose;
+            return arity(2, 2);
+        }
+        if (n >= 2 && tokens[1].text == "fail") {
+            c->kind = Command::SimFail;
+            if (!arity(4, 4)) return false;
+            if (!parseInt64(tokens[2].text, 1, INT32_MAX, &v)) {
+                *why = "bad RIL request id '" + tokens[2].text + "'";
+                return false;
+            }
+            c->id = static_cast<int32_t>(v);
+            if (!parseInt64(tokens[3].text, INT32_MIN, INT32_MAX, &v)) {
+                *why = "bad result '" + tokens[3].text + "'";
+                return false;
+            }
+            c->result = static_cast<int32_t>(v);
+            return true;
+        }
+        if (n >= 2 && tokens[1].text == "unsol") {
+            c->kind = Command::SimUnsol;
+            if (n == 3 && !tokens[2].text.empty() &&
+                (tokens[2].text[0] < '0' || tokens[2].text[0] > '9')) {
+                if (!rild_sim::builtinUnsolicited(tokens[2].text, &c->id, &c->payload)) {
+                    *why = "unknown built-in unsolicited '" + tokens[2].text + "'";
+                    return false;
+                }
+                return true;
+            }
+            if (!arity(3, 4)) return false;
+            if (!parseInt64(tokens[2].text, 1, INT32_MAX, &v)) {
+                *why = "bad unsolicited id '" + tokens[2].text + "'";
+                return false;
+            }
+            c->id = static_cast<int32_t>(v);
+            if (n == 4 && !parseHex(tokens[3].text, &c->payload)) {
+                *why = "bad hex '" + tokens[3].text + "'";
+                return false;
+            }
+            return true;
+        }
+        *why = "unknown sim command";
+        return false;
+    }
+    *why = "unknown command '" + verb + "'";
+    return false;
+}
+
+}  // namespace
+
+bool parseEventId(const std::string &token, int32_t *out) {
+    int64_t v;
+    if (parseInt64(token, 1, INT32_MAX, &v)) {
+        *out = static_cast<int32_t>(v);
+        return true;
+    }
+    for (int32_t id : kKnownEvents) {
+        if (token == event_get_name(id)) {
+            *out = id;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool parseScript(const std::string &text, bool withSim, std::vector<Command> *out,
+                 std::string *error) {
+    out->clear();
+    size_t pos = 0;
+    int lineNo = 0;
+    while (pos < text.size()) {
+        size_t nl = text.find('\n', pos);
+        std::string line = text.substr(pos, nl == std::string::npos ? std::string::npos : nl - pos);
+        pos = nl == std::string::npos ? text.size() : nl + 1;
+        lineNo++;
+        std::vector<Token> tokens = tokenize(line);
+        if (tokens.empty()) continue;
+        Command c;
+        c.kind = Command::Quit;
+        c.line = lineNo;
+        std::string why;
+        if (!parseLine(line, tokens, withSim, &c, &why)) {
+            *error = "line " + std::to_string(lineNo) + ": " + why;
+            return false;
+        }
+        out->push_back(c);
+    }
+    return true;
+}
+
+}  // namespace runner

@@ -1,0 +1,199 @@
+// Decoders of the entity's reply and notification payloads for the runner's text output. Runs on
+// whichever entity thread delivers the event.
+#include "tools/runner/summary.h"
+
+#include <arpa/inet.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <memory>
+
+#include "rilproxy.h"
+#include "tools/sim/output.h"
+
+namespace runner {
+
+namespace {
+
+// Copies at most sizeof(T) bytes into a zeroed record: the framework's payloads are fixed
+// records, but the runner must not read past a short one.
+template <typename T>
+std::unique_ptr<T> record(const std::vector<uint8_t> &data) {
+    std::unique_ptr<T> r(new T());
+    memcpy(r.get(), data.data(), data.size() < sizeof(T) ? data.size() : sizeof(T));
+    return r;
+}
+
+std::string ipv4(uint32_t stored) {
+    unsigned char b[4];
+    memcpy(b, &stored, 4);  // bytes in text order
+    char text[INET_ADDRSTRLEN];
+    inet_ntop(AF_INET, b, text, sizeof(text));
+    return text;
+}
+
+std::string ipv6(const unsigned char *b) {
+    char text[INET6_ADDRSTRLEN];
+    inet_ntop(AF_INET6, b, text, sizeof(text));
+    return text;
+}
+
+const char *typeName(int32_t type) {
+    switch (type) {
+        case 0:
+            return "IP";
+        case 1:
+            return "IPV6";
+        case 2:
+            return "IPV4V6";
+    }
+    return "?";
+}
+
+std::string dataCall(const ZOK_Data_Call_Response_v11 &d) {
+    std::string s =
+        "cid " + std::to_string(d.cid) + " active " + std::to_string(d.active) + " status " +
+        std::to_string(d.status) + " " + typeName(d.type) + " " +
+        tool_output::escapeText(std::string(d.ifname, strnlen(d.ifname, sizeof(d.ifname))));
+    if (d.type == 0 || d.type == 2) s += " " + ipv4(d.ipv4Address);
+    if (d.type == 1 || d.type == 2) s += " " + ipv6(d.ipv6Address);
+    std::string dns;
+    for (uint32_t i = 0; i < d.ipv4DnsNum && i < ZOK_DNS_MAX; i++) dns += "," + ipv4(d.ipv4Dns[i]);
+    for (uint32_t i = 0; i < d.ipv6DnsNum && i < ZOK_DNS_MAX; i++) dns += "," + ipv6(d.ipv6Dns[i]);
+    if (!dns.empty()) s += " dns " + dns.substr(1);
+    unsigned char gw6[16];
+    memcpy(gw6, d.ipv6Gateway, sizeof(gw6));
+    static const unsigned char kZero[16] = {};
+    std::string gw;
+    if (d.ipv4Gateway != 0) gw += "," + ipv4(d.ipv4Gateway);
+    if (memcmp(gw6, kZero, sizeof(gw6)) != 0) gw += "," + ipv6(gw6);
+    if (!gw.empty()) s += " gw " + gw.substr(1);
+    s += " mtu " + std::to_string(d.mtuSize);
+    return s;
+}
+
+std::string pcscf(const dm_pcscf_t &p) {
+    std::string s;
+    for (unsigned i = 0; i < p.count && i < ZOK_PCSCF_MAX; i++) {
+        s += i == 0 ? "" : ",";
+        uint32_t v4;
+        memcpy(&v4, p.address[i], sizeof(v4));
+        s += (p.ipv6Mask >> i) & 1 ? ipv6(p.address[i]) : ipv4(v4);
+    }
+    return s.empty() ? "none" : s;
+}
+
+std::string bearer(const ZOK_Dedicate_Data_Call_Struct &b) {
+    std::string s = "cid " + std::to_string(b.cid) + " primary " + std::to_string(b.primaryCid) +
+                    " bearer " + std::to_string(b.bearerId) + " active " + std::to_string(b.active);
+    if (b.hasQos) {
+        s += " qos";
+        for (int i = 0; i < ZOK_QOS_VALUES; i++)
+            s += (i ? "/" : " ") + std::to_string(b.qos.value[i]);
+    }
+    if (b.hasTft) {
+        s += " tft op " + std::to_string(b.tft.operation) + " filters " +
+             std::to_string(b.tft.pfNumber);
+        if (b.tft.pfNumber > 0) {
+            const ZOK_PktFilter &pf = b.tft.pfList[0];
+            s += " [" +
+                 tool_output::escapeText(
+                     std::string(pf.address, strnlen(pf.address, sizeof(pf.address)))) +
+                 " proto " + std::to_string(pf.protocolNextHeader) + " local " +
+                 std::to_string(pf.localPortLow) + "-" + std::to_string(pf.localPortHigh) +
+                 " remote " + std::to_string(pf.remotePortLow) + "-" +
+                 std::to_string(pf.remotePortHigh) + "]";
+        }
+    }
+    if (b.pcscf.count > 0) s += " pcscf " + pcscf(b.pcscf);
+    return s;
+}
+
+std::string status(const std::vector<uint8_t> &data) {
+    auto r = record<StatusOnlyReply>(data);
+    return "status " + std::to_string(r->status);
+}
+
+}  // namespace
+
+std::string describeEvent(int32_t id, const std::vector<uint8_t> &data) {
+    switch (id) {
+        case EVENT_RILPROXY_CONNECT:
+        case EVENT_RILPROXY_DISCONNECT: {
+            auto r = record<int32_t>(data);
+            return "result " + std::to_string(*r);
+        }
+        case EVENT_RILPROXY_STATE_IND: {
+            auto r = record<int32_t>(data);
+            return "state " + std::to_string(*r) +
+                   (*r == RILPROXY_STATE_CONNECTED ? " (connected)"
+                    : *r == RILPROXY_STATE_CLOSED  ? " (closed)"
+                                                   : "");
+        }
+        case EVENT_DATA_NOTIFICATION_REQ: {
+            std::string text(data.begin(), data.end());
+            return "\"" +
+                   tool_output::escapeText(text.substr(0, strnlen(text.c_str(), text.size()))) +
+                   "\"";
+        }
+        case EVENT_RILPROXY_ATCMD_RESP: {
+            auto r = record<AtCommandResponse>(data);
+            char token[32];
+            snprintf(token, sizeof(token), "0x%llx",
+                     static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(r->token)));
+            std::string s = std::string("token ") + token + " status " + std::to_string(r->status);
+            // Without a text the field holds nothing defined; only statuses 0 and 1 carry one.
+            if (r->status == AT_STATUS_OK || r->status == AT_STATUS_AT_ERROR) {
+                s += " \"" +
+                     tool_output::escapeText(
+                         std::string(r->text, strnlen(r->text, sizeof(r->text)))) +
+                     "\"";
+            }
+            return s;
+        }
+        case EVENT_SETUP_DATA_CALL_RESP:
+        case EVENT_DATA_CALL_RESPONSE_IND:
+        case EVENT_DATA_CALL_LIST_CHANGED_IND: {
+            if (data.size() <= sizeof(StatusOnlyReply)) return status(data);
+            auto r = record<DataCallSetupReply>(data);
+            return "status " + std::to_string(r->status) + ", " + dataCall(r->dcall);
+        }
+        case EVENT_SETUP_DEDICATE_DATA_CALL_RESP:
+        case EVENT_MODIFY_DATA_CALL_RESP: {
+            if (data.size() <= sizeof(StatusOnlyReply)) return status(data);
+            auto r = record<DedicateBearerReply>(data);
+            return "status " + std::to_string(r->status) + " bearer " + std::to_string(r->index) +
+                   " of " + std::to_string(r->num) + ", " + bearer(r->bearer);
+        }
+        case EVENT_DEDICATE_BEARER_ACTIVATED_IND:
+        case EVENT_DEDICATE_BEARER_MODIFIED_IND: {
+            auto r = record<BearerNotification>(data);
+            return "status " + std::to_string(r->status) + ", " + bearer(r->bearer);
+        }
+        case EVENT_DEDICATE_BEARER_DEACTIVATED_IND: {
+            auto r = record<ShortStatusNotification>(data);
+            return "status " + std::to_string(r->status) + " cid " + std::to_string(r->cid);
+        }
+        case EVENT_PCSCF_DISCOVERY_PCO_RESP: {
+            auto r = record<PcscfDiscoveryReply>(data);
+            return "status " + std::to_string(r->status) + ", pcscf " + pcscf(r->pcscf);
+        }
+        case EVENT_LAST_DATA_CALL_FAIL_CAUSE_RESP: {
+            auto r = record<FailCauseReply>(data);
+            return "status " + std::to_string(r->status) + " cause " + std::to_string(r->cause);
+        }
+        case EVENT_DEACTIVATE_DATA_CALL_RESP:
+        case EVENT_DEACTIVATE_DEDICATE_DATA_CALL_RESP:
+        case EVENT_ABORT_SETUP_DATA_CALL_RESP:
+        case EVENT_SET_INITIAL_ATTACH_APN_RESP:
+        case EVENT_RADIO_POWER_RESP:
+        case EVENT_HANDOVER_RESP:
+        case EVENT_DATA_CALL_RESPONSE_FAIL_IND:
+            return status(data);
+    }
+    const size_t kShown = 32;
+    std::string s = tool_output::hexLower(data.data(), data.size() < kShown ? data.size() : kShown);
+    return data.size() > kShown ? s + "..." : s;
+}
+
+}  // namespace runner

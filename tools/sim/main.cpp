@@ -1,0 +1,87 @@
+// rild-sim: the simulated RIL daemon's built-in profile as a program of its own, serving one
+// entity in another process (for example rilproxy-host without --sim) until it disconnects.
+//
+//     rild-sim --socket-dir /tmp/socks [--name rild-zok] [--tlv] [--format text|json]
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "tools/sim/profile.h"
+
+namespace {
+
+void usage(FILE *to) {
+    fprintf(
+        to,
+        "usage: rild-sim --socket-dir DIR [--name NAME] [--tlv] [--format text|json]\n"
+        "                [--accept-timeout MS]\n"
+        "Listens on DIR/NAME (default rild-zok), answers one entity's requests with the\n"
+        "built-in profile, prints every frame on stdout, and exits 0 when the entity\n"
+        "disconnects (1 when no entity came within --accept-timeout, default: wait for ever).\n");
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    rild_sim::ProfileOptions options;
+    std::string socketDir;
+    int acceptTimeoutMs = 0;
+    for (int i = 1; i < argc; i++) {
+        std::string arg = argv[i];
+        bool hasValue = i + 1 < argc;
+        if (arg == "--help" || arg == "-h") {
+            usage(stdout);
+            return 0;
+        } else if (arg == "--socket-dir" && hasValue) {
+            socketDir = argv[++i];
+        } else if (arg == "--name" && hasValue) {
+            options.name = argv[++i];
+        } else if (arg == "--tlv") {
+            options.tlv = true;
+        } else if (arg == "--format" && hasValue) {
+            std::string f = argv[++i];
+            if (f == "text") {
+                options.format = rild_sim::OutputFormat::Text;
+            } else if (f == "json") {
+                options.format = rild_sim::OutputFormat::Json;
+            } else {
+                fprintf(stderr, "rild-sim: unknown format '%s'\n", f.c_str());
+                return 2;
+            }
+        } else if (arg == "--accept-timeout" && hasValue) {
+            acceptTimeoutMs = atoi(argv[++i]);
+        } else {
+            fprintf(stderr, "rild-sim: bad argument '%s'\n", arg.c_str());
+            usage(stderr);
+            return 2;
+        }
+    }
+    struct stat st;
+    if (socketDir.empty() || stat(socketDir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+        fprintf(stderr, "rild-sim: --socket-dir must name an existing directory\n");
+        return 2;
+    }
+    if (options.name.empty() || options.name.find('/') != std::string::npos) {
+        fprintf(stderr, "rild-sim: bad socket name '%s'\n", options.name.c_str());
+        return 2;
+    }
+    setenv("ANDROID_SOCKET_DIR", socketDir.c_str(), 1);
+
+    try {
+        rild_sim::SimProfile daemon(options);
+        daemon.setAcceptTimeout(acceptTimeoutMs);
+        daemon.start();
+        while (!daemon.waitSessionEnded(1000)) {
+        }
+        bool served = daemon.waitConnected(0);
+        return served ? 0 : 1;
+    } catch (const std::exception &e) {
+        fprintf(stderr, "%s\n", e.what());
+        return 1;
+    }
+}
