@@ -3,16 +3,23 @@
 # AArch64 under qemu-aarch64. Installs what it needs from Debian's packages when missing.
 #
 #   scripts/test.sh            # everything
-#   scripts/test.sh native     # one stage: native | format | aarch64 | asan | tsan
+#   scripts/test.sh native     # one stage: native | format | aarch64 | asan | tsan | fuzz
+#   scripts/test.sh valgrind   # not in the default list: integration tests under memcheck
 set -euo pipefail
 
 top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
 stages=("$@")
-[ ${#stages[@]} -gt 0 ] || stages=(native format aarch64 asan tsan)
+[ ${#stages[@]} -gt 0 ] || stages=(native format aarch64 asan tsan fuzz)
 
 need=(cmake ninja-build g++ googletest clang-format g++-aarch64-linux-gnu qemu-user
       android-libcutils-dev android-liblog-dev)
+for s in "${stages[@]}"; do
+  case "$s" in
+    fuzz) need+=(clang libclang-rt-14-dev) ;;
+    valgrind) need+=(valgrind) ;;
+  esac
+done
 missing=()
 for p in "${need[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
@@ -64,6 +71,58 @@ run_sanitizer() {
    ctest -j "$jobs" --output-on-failure)
 }
 
+# Each libFuzzer target for a short bounded time, from a scratch copy of its seeds so that the
+# repository's corpus is not modified. Any crash, leak or broken invariant fails the run.
+fuzz_seconds=${ZOK_FUZZ_SECONDS:-20}
+run_fuzz() {
+  echo "== fuzz build (clang, address,undefined)"
+  rm -rf out/fuzz
+  cmake -S . -B out/fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang \
+        -DCMAKE_CXX_COMPILER=clang++ -DZOK_BUILD_FUZZ=ON -DZOK_SANITIZE=address,undefined >/dev/null
+  cmake --build out/fuzz -j "$jobs" --target fuzz_targets
+  local scratch
+  scratch=$(mktemp -d)
+  for dir in tests/fuzz/corpus/*/; do
+    local name
+    name=$(basename "$dir")
+    echo "== fuzz $name (${fuzz_seconds}s)"
+    cp -r "$dir" "$scratch/$name"
+    if ! (cd "$scratch" && UBSAN_OPTIONS=print_stacktrace=1 \
+          "$top/out/fuzz/tests/fuzz/${name}_fuzz" -max_total_time="$fuzz_seconds" \
+          -print_final_stats=1 "$scratch/$name" >"$scratch/$name.log" 2>&1); then
+      tail -n 60 "$scratch/$name.log"
+      echo "fuzz $name failed; reproducer and log kept in $scratch" >&2
+      return 1
+    fi
+    grep -E 'stat::number_of_executed_units|^#[0-9]+ +DONE' "$scratch/$name.log" || true
+  done
+  rm -rf "$scratch"
+}
+
+# The integration tests under valgrind's memcheck: a second leak and memory-error check that
+# needs no rebuild with sanitizers. Slow (minutes), so not part of the default list.
+run_valgrind() {
+  echo "== valgrind build"
+  rm -rf out/valgrind
+  cmake -S . -B out/valgrind -G Ninja -DCMAKE_BUILD_TYPE=Debug >/dev/null
+  local targets=(reader_thread_test handlers_e2e_test notify_e2e_test stress_test)
+  cmake --build out/valgrind -j "$jobs" --target "${targets[@]}"
+  local t name
+  for t in "${targets[@]}"; do
+    echo "== valgrind $t"
+    # One process per test, as ctest runs them: a connected reader stays until its process ends.
+    # Death tests re-execute the program; memcheck follows them into the child.
+    for name in $("out/valgrind/tests/$t" --gtest_list_tests |
+                  awk '/^[^ ]/ {suite=$1} /^  / {print suite $1}'); do
+      valgrind --quiet --leak-check=full --errors-for-leak-kinds=definite,indirect \
+        --error-exitcode=1 --trace-children=yes \
+        "out/valgrind/tests/$t" --gtest_filter="$name" --gtest_brief=1 >/dev/null ||
+        { echo "valgrind: $t $name failed" >&2; return 1; }
+    done
+    echo "clean"
+  done
+}
+
 for s in "${stages[@]}"; do
   case "$s" in
     native) run_native ;;
@@ -71,6 +130,8 @@ for s in "${stages[@]}"; do
     aarch64) run_aarch64 ;;
     asan) run_sanitizer asan address,undefined ;;
     tsan) run_sanitizer tsan thread ;;
+    fuzz) run_fuzz ;;
+    valgrind) run_valgrind ;;
     *) echo "unknown stage: $s" >&2; exit 2 ;;
   esac
 done
