@@ -25,10 +25,14 @@ void writeIntAsStringToParcel(android::Parcel &parcel, int value) {
 void readUtf8StringFromParcel(android::Parcel &parcel, char *dest, int destSize) {
     size_t units = 0;
     const char16_t *wire = parcel.readString16Inplace(&units);
-    char *text = dupUtf16ToUtf8(wire, units);
+    if (dest == nullptr || destSize < 1) return;
     // A null String16 (length -1, or a Parcel that ran out) is spelled out as the device's C
     // library prints a null "%s"; handing the null itself to the formatter is undefined.
-    if (dest != nullptr && destSize >= 1)
-        snprintf(dest, static_cast<size_t>(destSize), "%s", text ? text : "(null)");
-    free(text);
+    if (wire == nullptr) {
+        snprintf(dest, static_cast<size_t>(destSize), "%s", "(null)");
+        return;
+    }
+    // Converted straight into the caller's field: no copy of the whole text is made only to be
+    // cut to the field's size (the record readers read hundreds of texts per data call).
+    copyUtf16ToUtf8Bounded(wire, units, dest, static_cast<size_t>(destSize));
 }

@@ -17,5 +17,9 @@ void readUtf8StringFromParcel(android::Parcel &parcel, char *dest, int destSize)
 char16_t *dupUtf8ToUtf16(const char *text, size_t *outUnits);
 // Newly allocated NUL-terminated text or null for null units; free() it.
 char *dupUtf16ToUtf8(const char16_t *units, size_t count);
+// The bytes dupUtf16ToUtf8 would produce, written straight into `dest` and cut to destSize - 1
+// bytes (possibly inside a sequence), then NUL-terminated. Returns the bytes written before the
+// NUL; nothing is written when destSize is 0.
+size_t copyUtf16ToUtf8Bounded(const char16_t *units, size_t count, char *dest, size_t destSize);
 
 #endif  // ZOK_CODEC_PARCEL_STRINGS_H

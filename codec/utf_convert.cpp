@@ -97,21 +97,25 @@ size_t countUtf16AsUtf8(const char16_t *units, size_t count) {
 }
 
 // Each unit is encoded on its own, as modified UTF-8 does: a surrogate pair becomes two 3-byte
-// sequences, never one 4-byte sequence.
-void copyUtf16ToUtf8(const char16_t *units, size_t count, unsigned char *out) {
-    for (size_t i = 0; i < count; i++) {
-        uint16_t u = units[i];
-        if (u > 0x7FF) {
-            *out++ = static_cast<unsigned char>(0xE0 | (u >> 12));
-            *out++ = static_cast<unsigned char>(0x80 | ((u >> 6) & 0x3F));
-            *out++ = static_cast<unsigned char>(0x80 | (u & 0x3F));
-        } else if (u > 0x7F || u == 0) {
-            *out++ = static_cast<unsigned char>(0xC0 | (u >> 6));
-            *out++ = static_cast<unsigned char>(0x80 | (u & 0x3F));
-        } else {
-            *out++ = static_cast<unsigned char>(u);
-        }
+// sequences, never one 4-byte sequence. Returns the bytes written to `out` (1 to 3).
+size_t encodeUtf16Unit(uint16_t u, unsigned char *out) {
+    if (u > 0x7FF) {
+        out[0] = static_cast<unsigned char>(0xE0 | (u >> 12));
+        out[1] = static_cast<unsigned char>(0x80 | ((u >> 6) & 0x3F));
+        out[2] = static_cast<unsigned char>(0x80 | (u & 0x3F));
+        return 3;
     }
+    if (u > 0x7F || u == 0) {
+        out[0] = static_cast<unsigned char>(0xC0 | (u >> 6));
+        out[1] = static_cast<unsigned char>(0x80 | (u & 0x3F));
+        return 2;
+    }
+    out[0] = static_cast<unsigned char>(u);
+    return 1;
+}
+
+void copyUtf16ToUtf8(const char16_t *units, size_t count, unsigned char *out) {
+    for (size_t i = 0; i < count; i++) out += encodeUtf16Unit(units[i], out);
     *out = 0;
 }
 
@@ -140,4 +144,19 @@ char *dupUtf16ToUtf8(const char16_t *units, size_t count) {
     if (text == nullptr) return nullptr;
     copyUtf16ToUtf8(units, count, text);
     return reinterpret_cast<char *>(text);
+}
+
+size_t copyUtf16ToUtf8Bounded(const char16_t *units, size_t count, char *dest, size_t destSize) {
+    if (dest == nullptr || destSize == 0) return 0;
+    unsigned char *out = reinterpret_cast<unsigned char *>(dest);
+    size_t room = destSize - 1;
+    size_t used = 0;
+    for (size_t i = 0; i < count && used < room; i++) {
+        unsigned char encoded[3];
+        size_t n = encodeUtf16Unit(units[i], encoded);
+        // Cut at the byte, as a bounded copy of the whole text would, even inside a sequence.
+        for (size_t k = 0; k < n && used < room; k++) out[used++] = encoded[k];
+    }
+    out[used] = 0;
+    return used;
 }
