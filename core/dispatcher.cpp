@@ -12,6 +12,7 @@
 #include "core/framework_calls.h"
 #include "core/handler_lookup.h"
 #include "core/log.h"
+#include "core/payload.h"
 #include "core/replies.h"
 #include "rilproxy_entity.h"
 #include "transport/frame.h"
@@ -23,12 +24,6 @@ const uint32_t kAtChannel307 = 307;
 const uint32_t kAtChannelBase = 301;  // index 0 of the plain AT request
 
 // Copies at most `len` payload bytes into a zeroed record, so a short payload reads as zeros.
-void copyBounded(void *record, size_t size, const void *data, int len) {
-    memset(record, 0, size);
-    if (data == nullptr || len <= 0) return;
-    memcpy(record, data, static_cast<size_t>(len) < size ? static_cast<size_t>(len) : size);
-}
-
 // `name` is a fixed 32-byte field that need not hold a NUL.
 void storeSocketName(char *dst, const char *name) {
     size_t n = strnlen(name, RILPROXY_SOCKET_NAME_SIZE - 1);
@@ -85,7 +80,7 @@ void *rilproxy_task_hdl(task_ptr_t task, event_ptr_t event, void *user) {
                 void *data = event_get_data(event, 0, &len);
                 if (data != nullptr) {
                     RilproxyConnectRequest names;
-                    copyBounded(&names, sizeof(names), data, len);
+                    rilproxy_copy_bounded(&names, sizeof(names), data, len);
                     // An empty name keeps what an earlier connect configured.
                     if (names.cmd_socket_name[0] != '\0') {
                         storeSocketName(ctx->cmd_thread.socket_name, names.cmd_socket_name);
@@ -141,8 +136,9 @@ void *rilproxy_task_hdl(task_ptr_t task, event_ptr_t event, void *user) {
             // The answer always has its record's fixed size. A shorter result is padded with
             // zeros here instead of being read past its end.
             unsigned char body[RILPROXY_TLV_DATA_CALL_INFO_SIZE];
-            copyBounded(body, size, static_cast<unsigned char *>(data) + sizeof(serial_no),
-                        len - static_cast<int>(sizeof(serial_no)));
+            rilproxy_copy_bounded(body, size,
+                                  static_cast<unsigned char *>(data) + sizeof(serial_no),
+                                  len - static_cast<int>(sizeof(serial_no)));
             rilproxy_reply_response(reinterpret_cast<task_ptr_t>(ctx), waiting, resp_id, body,
                                     static_cast<int>(size));
             vopa_event_free(waiting);
@@ -159,7 +155,7 @@ void *rilproxy_task_hdl(task_ptr_t task, event_ptr_t event, void *user) {
                 break;
             }
             AtCommandRequest request;
-            copyBounded(&request, sizeof(request), data, len);
+            rilproxy_copy_bounded(&request, sizeof(request), data, len);
             // A record without a text pointer (or too short to hold one) has nothing to send.
             if (request.command == nullptr) {
                 RLOGE("can't get the data");

@@ -9,6 +9,7 @@
 #include "core/framework_calls.h"
 #include "core/handler_lookup.h"
 #include "core/log.h"
+#include "core/payload.h"
 #include "core/replies.h"
 #include "rilproxy_entity.h"
 #include "transport/frame.h"
@@ -202,14 +203,7 @@ int rilproxy_free_all_event(rilproxy_entity_priv_t *ctx) {
             // Bounded copy: a payload shorter than the record yields a zero token, not an
             // over-read.
             AtCommandRequest request;
-            memset(&request, 0, sizeof(request));
-            int len = 0;
-            void *data = event_get_data(event, 0, &len);
-            if (data != nullptr && len > 0) {
-                memcpy(&request, data,
-                       static_cast<size_t>(len) < sizeof(request) ? static_cast<size_t>(len)
-                                                                  : sizeof(request));
-            }
+            rilproxy_read_payload(event, &request, sizeof(request));
             rilproxy_send_atcmd_response(reinterpret_cast<task_ptr_t>(ctx), event, request.token,
                                          AT_STATUS_RIL_ERROR, nullptr);
         }

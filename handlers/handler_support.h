@@ -8,20 +8,8 @@
 #include <string.h>
 
 #include "codec/parcel_strings.h"
+#include "core/payload.h"
 #include "rilproxy.h"
-
-// Copies the event's payload into `record`, zero-filled first and bounded by the payload's
-// actual length: a payload shorter than its record reads as zeros in the missing fields instead
-// of running past its end. False when the event carries no payload at all.
-static inline bool rilproxy_read_payload(event_ptr_t event, void *record, size_t size) {
-    memset(record, 0, size);
-    int len = 0;
-    const void *data = event_get_data(event, 0, &len);
-    if (data == nullptr) return false;
-    size_t have = len > 0 ? static_cast<size_t>(len) : 0;
-    memcpy(record, data, have < size ? have : size);
-    return true;
-}
 
 // A fixed text field of the framework's records, bounded: the field need not hold its NUL.
 static_assert(RILPROXY_APN_TEXT_SIZE == RILPROXY_SETUP_TEXT_SIZE, "one bound for both text fields");

@@ -18,6 +18,7 @@
 #include "core/event_pool.h"
 #include "core/framework_calls.h"
 #include "core/log.h"
+#include "core/payload.h"
 #include "core/replies.h"
 #include "rilproxy_entity.h"
 #include "transport/frame.h"
@@ -146,13 +147,7 @@ static void answerAtCommand(rilproxy_entity_priv_t *ctx, event_ptr_t event, int3
     // The requester's token is the first field of its request record; a record shorter than
     // that (or none) is read as zeros rather than past its end.
     AtCommandRequest request;
-    memset(&request, 0, sizeof(request));
-    int size = 0;
-    const void *data = event_get_data(event, 0, &size);
-    if (data != nullptr && size > 0) {
-        memcpy(&request, data,
-               static_cast<size_t>(size) < sizeof(request) ? size : sizeof(request));
-    }
+    rilproxy_read_payload(event, &request, sizeof(request));
     if (result != ZOKRIL_E_SUCCESS) {
         RLOGE("ril response is un-success (%d)", result);
         rilproxy_send_atcmd_response(&ctx->task, event, request.token, AT_STATUS_RIL_ERROR,
