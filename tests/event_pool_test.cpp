@@ -2,25 +2,17 @@
 // exhaustion, the TLV / old-table difference after a failure, and the release of every event.
 #include "core/event_pool.h"
 
-#include <cutils/properties_host.h>
-#include <gtest/gtest.h>
 #include <stdio.h>
-#include <string.h>
 
 #include "core/handler_lookup.h"
+#include "support/framework_fixture.h"
 #include "support/log_capture.h"
-#include "support/test_context.h"
-#include "vopa_host.h"
 
 namespace {
 
-struct ErrCall {
-    task_ptr_t task;
-    event_ptr_t event;
-    event_id_t resp_event_id;
-    int error;
-};
-std::vector<ErrCall> g_errs;
+std::string g_errs;  // the error function's calls
+task_ptr_t g_err_task;
+event_ptr_t g_err_event;
 int g_req_result = 0;
 
 int reqOld(event_ptr_t, android::Parcel &p, ril_supported_feature_t *f) {
@@ -32,36 +24,28 @@ int reqTlv(event_ptr_t, android::Parcel &p, rilproxy_ril_requset_param_t *param)
     return g_req_result;
 }
 int errFn(task_ptr_t task, event_ptr_t event, event_id_t resp, int error) {
-    g_errs.push_back({task, event, resp, error});
+    g_err_task = task;
+    g_err_event = event;
+    g_errs += "err " + std::to_string(resp) + " " + std::to_string(error) + "; ";
     return 0;
 }
 
 ril_handler_t g_row = {4005, 4006, 41, 0, reqOld, nullptr, errFn};
 ril_handler_tlv_t g_tlv_row = {4003, 4004, 2157, 0, reqTlv, nullptr, errFn};
-const uint64_t kParked = 0x8000000000000000ull, kTaken = 0x7FFFFFFFFFFFFFFFull;
 
-class EventPoolTest : public ::testing::Test {
+class EventPoolTest : public FrameworkTest {
 protected:
     void SetUp() override {
-        vopa_host::reset();
-        property_host_reset();
+        FrameworkTest::SetUp();
+        t.reset(new TestContext);
         g_errs.clear();
         g_req_result = 0;
     }
-    void TearDown() override {
-        delete t;  // empties the pool
-        EXPECT_TRUE(vopa_host::wait_no_live_events(2000));
-        EXPECT_EQ(vopa_host::counters().bad_frees, 0u);
-    }
     event_ptr_t event(event_id_t id, const void *data = nullptr, int len = 0) {
-        event_ptr_t e = vopa_event_alloc(nullptr);
-        event_set_id(e, id);
-        event_set_data(e, 0, data, len);
-        return e;
+        return vopa_host::new_event(id, data, len, 0);
     }
     uint32_t add(event_ptr_t e) { return rilproxy_add_event_to_pool(t->ctx, e); }
     event_ptr_t take(uint32_t serial) { return rilproxy_take_event_by_serial(t->ctx, serial); }
-    TestContext *t = new TestContext;
 };
 
 TEST_F(EventPoolTest, SerialsNameSlotsOnly) {
@@ -73,8 +57,8 @@ TEST_F(EventPoolTest, SerialsNameSlotsOnly) {
     EXPECT_EQ(take(0x301), nullptr);
     for (uint32_t serial : {0x20u, 0x3FFu, 0x400000E1u}) EXPECT_EQ(take(serial), nullptr);
     EXPECT_EQ(add(b), 0x501u);
-    EXPECT_EQ(vopa_host::statistic_count(kParked), 4u);
-    EXPECT_EQ(vopa_host::statistic_count(kTaken), 5u);
+    EXPECT_EQ(vopa_host::statistic_count(0x8000000000000000ull), 4u);  // parked
+    EXPECT_EQ(vopa_host::statistic_count(0x7FFFFFFFFFFFFFFFull), 5u);  // taken, or not found
 }
 
 TEST_F(EventPoolTest, SequenceWrapsAtThe0x100000thAllocation) {
@@ -94,7 +78,7 @@ TEST_F(EventPoolTest, RequestsGoOutAndPark) {
               "00 00 00 14 04 00 00 00 00 00 00 00 6d 08 00 00 01 03 00 40 6d 08 00 00");
     EXPECT_EQ(t->ctx->event_pool[0], a);
     EXPECT_EQ(t->ctx->event_pool[1], b);
-    EXPECT_TRUE(g_errs.empty());
+    EXPECT_EQ(g_errs, "");
 }
 
 TEST_F(EventPoolTest, FailureAnswersWith2AndKeepsOnlyTheOldTableSlot) {
@@ -115,8 +99,7 @@ TEST_F(EventPoolTest, FailureAnswersWith2AndKeepsOnlyTheOldTableSlot) {
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.fmt + std::string(c.tlv ? " tlv" : " old"));
-        delete t;
-        t = new TestContext;
+        t.reset(new TestContext);
         g_errs.clear();
         g_req_result = c.cause == kCallback ? -1 : 0;
         if (c.cause == kDisconnected) t->ctx->cmd_thread.fd = -1;
@@ -130,16 +113,11 @@ TEST_F(EventPoolTest, FailureAnswersWith2AndKeepsOnlyTheOldTableSlot) {
         char msg[64];
         snprintf(msg, sizeof(msg), c.fmt, reinterpret_cast<void *>(errFn));
         EXPECT_TRUE(logs.containsMessage(msg));
-        ASSERT_EQ(g_errs.size(), 1u);
-        EXPECT_EQ(g_errs[0].task, reinterpret_cast<task_ptr_t>(t->ctx));
-        EXPECT_EQ(g_errs[0].event, e);
-        EXPECT_EQ(g_errs[0].resp_event_id, c.tlv ? 4004 : 4006);
-        EXPECT_EQ(g_errs[0].error, 2);
+        EXPECT_EQ(g_errs, c.tlv ? "err 4004 2; " : "err 4006 2; ");
+        EXPECT_TRUE(g_err_task == reinterpret_cast<task_ptr_t>(t->ctx) && g_err_event == e);
         EXPECT_EQ(t->ctx->cmd_thread.fd < 0, c.cause == kDisconnected || c.cause == kSend);
         vopa_event_free(e);  // as the dispatcher does; nothing may touch it after this
-        if (c.cause != kFull) {
-            EXPECT_EQ(take(0), nullptr);
-        }
+        EXPECT_TRUE(c.cause == kFull || take(0) == nullptr);
         event_ptr_t next = event(4005);
         EXPECT_EQ(add(next), c.next_serial);
         if (c.next_serial == 0) vopa_event_free(next);
@@ -154,19 +132,12 @@ TEST_F(EventPoolTest, FreeAllAnswersAtRequestersOnly) {
     rilproxy_hold_slot_without_event(t->ctx, 0x303);
     LogCapture logs;
     EXPECT_EQ(rilproxy_free_all_event(t->ctx), 0);
-    std::vector<std::string> answers;
-    for (const auto &d : vopa_host::deliveries()) {
-        EXPECT_EQ(d.id, EVENT_RILPROXY_ATCMD_RESP);
-        EXPECT_EQ(d.data.size(), 4120u);
-        answers.push_back(hex(d.data.data(), 20));
-    }
-    EXPECT_EQ(answers, (std::vector<std::string>{
-                           "88 77 66 55 44 33 22 11 00 00 00 00 00 00 00 00 06 00 00 00",
-                           "11 22 33 44 00 00 00 00 00 00 00 00 00 00 00 00 06 00 00 00"}));
+    EXPECT_EQ(delivered(20),
+              "reply 0 3004 4120 [88 77 66 55 44 33 22 11 00 00 00 00 00 00 00 00 06 00 00 00]; "
+              "reply 0 3004 4120 [11 22 33 44 00 00 00 00 00 00 00 00 00 00 00 00 06 00 00 00]");
     EXPECT_EQ(logs.countMessage("release the event index = 1"), 1);
     EXPECT_EQ(logs.countMessage("release the event index = 3"), 0);
-    EXPECT_EQ(t->ctx->held_without_event, 0u);
-    EXPECT_EQ(add(event(4005)), 0x200u);
+    EXPECT_EQ(add(event(4005)), 0x200u);  // every slot free again, the sequence restarted
 }
 
 TEST_F(EventPoolTest, RetryWithoutRowReleasesTheEvent) {
@@ -178,17 +149,17 @@ TEST_F(EventPoolTest, RetryWithoutRowReleasesTheEvent) {
 }
 
 TEST(HandlerLookupTest, ScanStopsAtTheFirstIncompleteRow) {
-    for (int broken = 0; broken < 4; ++broken) {
+    const ril_handler_t incomplete[] = {{0, 4006, 41, 0, reqOld, nullptr, nullptr},
+                                        {4005, 0, 41, 0, reqOld, nullptr, nullptr},
+                                        {4005, 4006, 0, 0, reqOld, nullptr, nullptr},
+                                        {4005, 4006, 41, 0, nullptr, nullptr, nullptr}};
+    for (const ril_handler_t &middle : incomplete) {
         ril_handler_t rows[] = {{4003, 4004, 27, 0, reqOld, nullptr, nullptr},
-                                {4005, 4006, 41, 0, reqOld, nullptr, nullptr},
-                                {4007, 4008, 2077, 0, reqOld, nullptr, nullptr}};
-        int32_t *fields[] = {&rows[1].req_event_id, &rows[1].resp_event_id,
-                             &rows[1].ril_request_id};
-        if (broken < 3) *fields[broken] = 0;
-        if (broken == 3) rows[1].req = nullptr;
+                                middle,
+                                {4007, 4008, 77, 0, reqOld, nullptr, nullptr}};
         EXPECT_EQ(rilproxy_find_handler(rows, 4003), &rows[0]);
-        EXPECT_EQ(rilproxy_find_handler(rows, 4007), nullptr) << broken;
-        EXPECT_EQ(rilproxy_find_handler(rows, 4005), nullptr) << broken;
+        EXPECT_EQ(rilproxy_find_handler(rows, 4005), nullptr);
+        EXPECT_EQ(rilproxy_find_handler(rows, 4007), nullptr);
     }
     ril_handler_tlv_t tlv[] = {{4015, 4016, 2159, 0, reqTlv, nullptr, nullptr},
                                {4017, 4018, 2158, 0, nullptr, nullptr, nullptr}};

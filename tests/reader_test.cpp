@@ -1,67 +1,55 @@
-// Reading one frame: dispatch by serial to the test's own rows, the retry, AT answers,
-// unsolicited frames and the SIM filter, the payload dump, hostile frames, and the wait on the
-// control pipe. The daemon's end is the other half of a socketpair.
+// Reading one frame: routing by serial and retry flag to the test's own rows, the retry, AT
+// answers, unsolicited frames and the SIM filter, hostile frames, the payload dump, and the wait on
+// the control pipe. The daemon's end is the other half of a socketpair.
 #include "transport/reader.h"
 
 #include <cutils/properties.h>
-#include <cutils/properties_host.h>
-#include <gtest/gtest.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <errno.h>
 
 #include <regex>
-#include <string>
-#include <vector>
 
-#include "core/event_pool.h"
-#include "support/bytes.h"
+#include "support/framework_fixture.h"
 #include "support/log_capture.h"
-#include "vopa_host.h"
 
 namespace {
 
-constexpr event_id_t kTlvRespId = 9999;  // tells the TLV row's calls from the plain row's
-constexpr uint32_t kRequester = 31;
+constexpr event_id_t kTlvResp = 9999;  // tells the TLV row's calls from the plain row's
+std::string gCalls;                    // what came of a frame, in order
 
-std::vector<std::string> gCalls;
-
-int writeMarker(event_ptr_t, android::Parcel &parcel, ril_supported_feature_t *) {
-    parcel.writeInt32(0x11223344);
-    return 0;
+void note(const std::string &what) {
+    gCalls += (gCalls.empty() ? "" : "; ") + what;
 }
-int recordResp(task_ptr_t, event_ptr_t, event_id_t id, android::Parcel &parcel, int result,
-               ril_supported_feature_t *feature) {
-    gCalls.push_back("resp " + std::to_string(id) + " " + std::to_string(result) + " sim " +
-                     std::to_string(feature->sim_id) + " [" +
-                     hex(parcel.data(), parcel.dataSize()) + "]");
+std::string parcelHex(const android::Parcel &p) {
+    return " [" + hex(p.data(), p.dataSize()) + "]";
+}
+int writeMarker(event_ptr_t, android::Parcel &parcel, ril_supported_feature_t *) {
+    return parcel.writeInt32(0x11223344);
+}
+int recordResp(task_ptr_t, event_ptr_t, event_id_t id, android::Parcel &p, int,
+               ril_supported_feature_t *f) {
+    note("resp " + std::to_string(id) + " sim " + std::to_string(f->sim_id) + parcelHex(p));
     return 0;
 }
 int recordErr(task_ptr_t, event_ptr_t, event_id_t id, int error) {
-    gCalls.push_back("err " + std::to_string(id) + " " + std::to_string(error));
+    note("err " + std::to_string(id) + " " + std::to_string(error));
     return 0;
 }
-int recordNotify(task_ptr_t, android::Parcel &parcel, ril_supported_feature_t *feature) {
-    gCalls.push_back("notify sim " + std::to_string(feature->sim_id) + " [" +
-                     hex(parcel.data(), parcel.dataSize()) + "]");
+int recordNotify(task_ptr_t, android::Parcel &p, ril_supported_feature_t *f) {
+    note("notify sim " + std::to_string(f->sim_id) + parcelHex(p));
     return 0;
 }
 
+// clang-format off
 // The plain table ends for the reader at the row without a response function, even though that
 // row has a request function; the row after it must never be reached.
 ril_handler_t gPlain[] = {
-    {EVENT_DEACTIVATE_DATA_CALL_REQ, EVENT_DEACTIVATE_DATA_CALL_RESP, 41, 0, writeMarker,
-     recordResp, recordErr},
-    {EVENT_LAST_DATA_CALL_FAIL_CAUSE_REQ, EVENT_LAST_DATA_CALL_FAIL_CAUSE_RESP, 56, 0, writeMarker,
-     nullptr, recordErr},
-    {EVENT_SET_INITIAL_ATTACH_APN_REQ, EVENT_SET_INITIAL_ATTACH_APN_RESP, 111, 0, writeMarker,
-     recordResp, recordErr},
+    {4005, 4006, 41, 0, writeMarker, recordResp, recordErr},
+    {4017, 4018, 56, 0, writeMarker, nullptr, recordErr},
+    {4030, 4031, 111, 0, writeMarker, recordResp, recordErr},
     {0, 0, 0, 0, nullptr, nullptr, nullptr},
 };
 ril_handler_tlv_t gTlv[] = {
-    {EVENT_DEACTIVATE_DATA_CALL_REQ, kTlvRespId, 2124, 0, nullptr, recordResp, recordErr},
+    {4005, kTlvResp, 2124, 0, nullptr, recordResp, recordErr},
     {0, 0, 0, 0, nullptr, nullptr, nullptr},
 };
 ril_notify_t gNotifys[] = {
@@ -70,293 +58,155 @@ ril_notify_t gNotifys[] = {
     {RIL_UNSOL_DEDICATE_BEARER_ACTIVATED, recordNotify},
     {0, nullptr},
 };
+// clang-format on
 
 // Re-sends through the test's plain rows, as the tracker's retry does through the exported ones.
 int retryThroughTestRows(rilproxy_entity_priv_t *ctx, event_ptr_t event) {
-    gCalls.push_back("retry");
+    note("retry");
     if (rilproxy_handle_ril_request(ctx, event, &gPlain[0]) != 0) vopa_event_free(event);
     return 0;
 }
 
 const rilproxy_reader_tables_t kTables = {gPlain, gTlv, gNotifys, retryThroughTestRows};
 
-std::string joined(const std::vector<std::string> &calls) {
-    std::string out;
-    for (const std::string &c : calls) out += (out.empty() ? "" : "; ") + c;
-    return out;
-}
-
-class ReaderTest : public testing::Test {
+class ReaderTest : public FrameworkTest {
 protected:
-    void SetUp() override {
+    // On a fresh connection, with `parked` (0: none) waiting in slot 5, the daemon sends `frame`
+    // and closes. Returns all that came of it: the rows' calls, "fatal", the framework's
+    // deliveries, the bytes sent to the daemon and the pool slots that still hold an event.
+    std::string run(const std::vector<uint8_t> &frame, event_id_t parked,
+                    const void *data = nullptr, int len = 0) {
+        TearDown();  // releases and checks what the previous frame left
         vopa_host::reset();
-        property_host_reset();
-        zok_prop_ver = 1;
+        property_set("persist.vendor.radio.simswitch", "2");  // capability SIM 1
         gCalls.clear();
-        ctx_ = static_cast<rilproxy_entity_priv_t *>(calloc(1, sizeof(*ctx_)));
-        vopa_mutex_init(&ctx_->event_pool_mutex);
-        vopa_mutex_init(&ctx_->cmd_thread.sock_mutex);
-        ctx_->serial_seq = 1;
-        ctx_->cmd_thread.entity = ctx_;
-        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sv_), 0);
-        ctx_->cmd_thread.fd.store(sv_[0]);
-    }
-    void TearDown() override {
-        rilproxy_free_all_event(ctx_);
-        EXPECT_EQ(vopa_host::counters().bad_frees, 0u);
-        close(sv_[0]);
-        if (sv_[1] >= 0) close(sv_[1]);
-        free(ctx_);
-    }
-    event_ptr_t park(int slot, event_id_t id, const void *data = nullptr, int len = 0) {
-        event_ptr_t event = vopa_host::new_event(id, data, len, kRequester);
-        ctx_->event_pool[slot] = event;
-        return event;
-    }
-    // Writes the daemon's bytes; `close` ends the stream after them.
-    rilproxy_frame_result feed(const std::vector<uint8_t> &frame, bool closeAfter = false) {
-        if (!frame.empty()) {
-            EXPECT_EQ(write(sv_[1], frame.data(), frame.size()), (ssize_t)frame.size());
+        t.reset(new TestContext);
+        if (parked != 0) t->ctx->event_pool[5] = vopa_host::new_event(parked, data, len, 31);
+        EXPECT_EQ(write(t->peer, frame.data(), frame.size()), ssize_t(frame.size()));
+        shutdown(t->peer, SHUT_WR);
+        if (rilproxy_read_one_frame_with(t->ctx, t->own, &kTables) == RILPROXY_FRAME_FATAL) {
+            note("fatal");
         }
-        if (closeAfter) shutdown(sv_[1], SHUT_WR);
-        return rilproxy_read_one_frame_with(ctx_, sv_[0], &kTables);
-    }
-    rilproxy_entity_priv_t *ctx_ = nullptr;
-    int sv_[2] = {-1, -1};
-};
-
-struct SolicitedCase {
-    const char *name;
-    int slot;
-    event_id_t parkedId;
-    const char *frame;
-    const char *calls;
-    const char *log;
-    bool stillParked;
-};
-
-TEST_F(ReaderTest, SolicitedFramesReachTheRowOfTheirTable) {
-    const SolicitedCase cases[] = {
-        {"plain success, SIM id from the feature header", 5, EVENT_DEACTIVATE_DATA_CALL_REQ,
-         "00 00 00 1C 08 00 00 00 01 00 00 00 02 00 00 00 00 00 00 00 05 01 00 00 00 00 00 00"
-         " 01 00 00 00",
-         "resp 4006 0 sim 2 [01 00 00 00]", nullptr, false},
-        {"plain error", 5, EVENT_DEACTIVATE_DATA_CALL_REQ,
-         "00 00 00 10 00 00 00 00 00 00 00 00 05 01 00 00 02 00 00 00", "err 4006 2", nullptr,
-         false},
-        {"not supported without retry flag", 5, EVENT_DEACTIVATE_DATA_CALL_REQ,
-         "00 00 00 10 00 00 00 00 00 00 00 00 05 01 00 00 06 00 00 00", "err 4006 6", nullptr,
-         false},
-        {"TLV error", 5, EVENT_DEACTIVATE_DATA_CALL_REQ,
-         "00 00 00 10 00 00 00 00 00 00 00 00 05 02 00 40 02 00 00 00", "err 9999 2", nullptr,
-         false},
-        {"TLV success left parked", 3, EVENT_DEACTIVATE_DATA_CALL_REQ,
-         "00 00 00 10 00 00 00 00 00 00 00 00 03 01 00 40 00 00 00 00", "",
-         "ignore new ril request with ZOKRIL_E_SUCCESS for serial_no 40000103\n", true},
-        {"empty slot", 5, EVENT_DEACTIVATE_DATA_CALL_REQ,
-         "00 00 00 10 00 00 00 00 00 00 00 00 06 01 00 00 00 00 00 00", "", "event_ptr is NULL",
-         true},
-        {"row past the reader's end row", 5, EVENT_SET_INITIAL_ATTACH_APN_REQ,
-         "00 00 00 10 00 00 00 00 00 00 00 00 05 01 00 00 00 00 00 00", "",
-         "rilproxy_cmd_resp_thread(): an unknown event (4030)", false},
-    };
-    for (const SolicitedCase &c : cases) {
-        SCOPED_TRACE(c.name);
-        gCalls.clear();
-        vopa_host::reset();
-        LogCapture logs;
-        event_ptr_t event = park(c.slot, c.parkedId);
-        EXPECT_EQ(feed(bytes(c.frame)), RILPROXY_FRAME_OK);
-        EXPECT_EQ(joined(gCalls), c.calls);
-        if (c.log != nullptr) {
-            EXPECT_TRUE(logs.containsMessage(c.log));
+        std::string answers = delivered(24), sent = t->received();
+        if (!answers.empty()) note(answers);
+        if (!sent.empty()) note("sent [" + sent + "]");
+        uint64_t held = 0;
+        for (int slot = 0; slot < RILPROXY_EVENT_POOL_SIZE; slot++) {
+            if (t->ctx->event_pool[slot] == nullptr) continue;
+            note("slot " + std::to_string(slot));
+            held++;
         }
-        EXPECT_EQ(ctx_->event_pool[c.slot] == event, c.stillParked);
-        EXPECT_EQ(vopa_host::counters().live, c.stillParked ? 1u : 0u);
-        rilproxy_free_all_event(ctx_);
+        EXPECT_EQ(vopa_host::counters().live, held);  // no event lives outside the pool
+        return gCalls;
     }
-}
-
-TEST_F(ReaderTest, NotSupportedWithRetryFlagResendsPlainRequestAndKeepsEvent) {
-    event_ptr_t event = park(5, EVENT_DEACTIVATE_DATA_CALL_REQ);
-    EXPECT_EQ(feed(bytes("00 00 00 10 00 00 00 00 00 00 00 00 05 02 00 40 06 00 00 00")),
-              RILPROXY_FRAME_OK);
-    EXPECT_EQ(joined(gCalls), "retry");
-    // Plain request 41 under a fresh serial (slot 0, sequence 2), carrying the row's Parcel.
-    uint8_t sent[24] = {};
-    ASSERT_EQ(recv(sv_[1], sent, sizeof(sent), MSG_WAITALL), 24);
-    EXPECT_EQ(hex(sent, sizeof(sent)),
-              "00 00 00 14 04 00 00 00 00 00 00 00 29 00 00 00 00 02 00 00 44 33 22 11");
-    EXPECT_EQ(ctx_->event_pool[0], event);
-    EXPECT_EQ(vopa_host::counters().live, 1u);
-}
-
-struct AtCase {
-    const char *name;
-    const char *frame;     // serial 0x107
-    int requestLen;        // bytes of the requester's record that the event carries
-    const char *expected;  // token, reserved, status, then the text's first bytes
 };
 
-TEST_F(ReaderTest, AtAnswersCarryStatusAndTextAfterLeadingLineBreaks) {
-    const AtCase cases[] = {
-        {"CME error",
-         "00 00 00 26 00 00 00 00 00 00 00 00 07 01 00 00 00 00 00 00 00 00 00 00"
-         " 0D 0A 2B 43 4D 45 20 45 52 52 4F 52 3A 20 31 30 0D 0A",
-         24, "ef be 00 00 00 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00 2b 43 4d 45 20 45"},
-        {"OK",
-         "00 00 00 1A 00 00 00 00 00 00 00 00 07 01 00 00 00 00 00 00 00 00 00 00"
-         " 0D 0A 4F 4B 0D 0A",
-         24, "ef be 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 4f 4b 0d 0a 00 00"},
-        {"RIL error", "00 00 00 10 00 00 00 00 00 00 00 00 07 01 00 00 04 00 00 00", 24,
-         "ef be 00 00 00 00 00 00 00 00 00 00 00 00 00 00 06 00 00 00 00 00 00 00 00 00"},
-        {"requester record cut short",
-         "00 00 00 10 00 00 00 00 00 00 00 00 07 01 00 00 00 00 00 00", 1,
-         "ef 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"},
-    };
+TEST_F(ReaderTest, EveryFrameEndsInItsRowOrIsDroppedOrIsFatal) {
     AtCommandRequest request = {};
     request.token = reinterpret_cast<void *>(0xBEEF);
-    for (const AtCase &c : cases) {
-        SCOPED_TRACE(c.name);
-        vopa_host::reset();
-        LogCapture logs;
-        park(7, EVENT_RILPROXY_ATCMD_REQ, &request, c.requestLen);
-        EXPECT_EQ(feed(bytes(c.frame)), RILPROXY_FRAME_OK);
-        std::vector<vopa_host::Delivery> out = vopa_host::deliveries();
-        ASSERT_EQ(out.size(), 1u);
-        EXPECT_EQ(out[0].id, EVENT_RILPROXY_ATCMD_RESP);
-        EXPECT_EQ(out[0].to, static_cast<int32_t>(kRequester));
-        ASSERT_EQ(out[0].data.size(), sizeof(AtCommandResponse));
-        EXPECT_EQ(hex(out[0].data.data(), 26), c.expected);
-        EXPECT_EQ(vopa_host::counters().live, 0u);
-        EXPECT_EQ(logs.containsMessage("ril response is un-success (4)"),
-                  std::string(c.name) == "RIL error");
-    }
-}
-
-struct UnsolicitedCase {
-    const char *name;
-    const char *simswitch;  // null: unset, capability SIM 0
-    const char *frame;
-    const char *calls;
-    const char *log;
-};
-
-TEST_F(ReaderTest, UnsolicitedFramesPassTheSimFilterAndTheirRow) {
-    const UnsolicitedCase cases[] = {
-        {"no SIM id, capability 1", "2",
-         "00 00 00 10 00 00 00 00 01 00 00 00 00 0C 00 00 07 00 00 00", "",
+    // clang-format off
+    const struct {
+        event_id_t parked;  // waits in slot 5; an AT request carries `atLen` bytes of `request`
+        int atLen;
+        const char *frame, *outcome, *log;  // log: "" when none is asserted
+    } cases[] = {
+        // Solicited: the serial's slot and retry flag pick the event and the table.
+        {4005, 0, "00 00 00 1C 08 00 00 00 01 00 00 00 02 00 00 00 00 00 00 00 05 01 00 00"
+                  " 00 00 00 00 01 00 00 00", "resp 4006 sim 2 [01 00 00 00]", ""},
+        {4005, 0, "00 00 00 10 00 00 00 00 00 00 00 00 05 01 00 00 02 00 00 00", "err 4006 2", ""},
+        {4005, 0, "00 00 00 10 00 00 00 00 00 00 00 00 05 01 00 00 06 00 00 00", "err 4006 6", ""},
+        {4005, 0, "00 00 00 10 00 00 00 00 00 00 00 00 05 02 00 40 02 00 00 00", "err 9999 2", ""},
+        {4005, 0, "00 00 00 10 00 00 00 00 00 00 00 00 05 01 00 40 00 00 00 00", "slot 5",
+         "ignore new ril request with ZOKRIL_E_SUCCESS for serial_no 40000105\n"},
+        // Not supported with the retry flag: the plain request goes out again from slot 0.
+        {4005, 0, "00 00 00 10 00 00 00 00 00 00 00 00 05 02 00 40 06 00 00 00",
+         "retry; sent [00 00 00 14 04 00 00 00 01 00 00 00 29 00 00 00 00 02 00 00 44 33 22 11]; "
+         "slot 0", ""},
+        {4005, 0, "00 00 00 10 00 00 00 00 00 00 00 00 06 01 00 00 00 00 00 00", "slot 5",
+         "event_ptr is NULL"},
+        {4030, 0, "00 00 00 10 00 00 00 00 00 00 00 00 05 01 00 00 00 00 00 00", "",
+         "rilproxy_cmd_resp_thread(): an unknown event (4030)"},
+        // AT answers: token, reserved, status, and the text after the leading line breaks.
+        {2002, 24, "00 00 00 26 00 00 00 00 00 00 00 00 05 01 00 00 00 00 00 00 00 00 00 00"
+                   " 0D 0A 2B 43 4D 45 20 45 52 52 4F 52 3A 20 31 30 0D 0A",
+         "reply 31 3004 4120 [ef be 00 00 00 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00 2b 43 "
+         "4d 45]", ""},
+        {2002, 24, "00 00 00 1A 00 00 00 00 00 00 00 00 05 01 00 00 00 00 00 00 00 00 00 00"
+                   " 0D 0A 4F 4B 0D 0A",
+         "reply 31 3004 4120 [ef be 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 4f 4b "
+         "0d 0a]", ""},
+        // A requester record cut short yields a partial token, never an over-read.
+        {2002, 1, "00 00 00 10 00 00 00 00 00 00 00 00 05 01 00 00 04 00 00 00",
+         "reply 31 3004 4120 [ef 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 06 00 00 00 00 00 "
+         "00 00]",
+         "ril response is un-success (4)"},
+        // Unsolicited, with the capability SIM at 1; 3030's row lies past the end row.
+        {0, 0, "00 00 00 10 00 00 00 00 01 00 00 00 00 0C 00 00 07 00 00 00", "",
          "sim_id 0 is not capability_sim 1, ignore"},
-        {"no SIM id, capability 0", nullptr,
-         "00 00 00 10 00 00 00 00 01 00 00 00 00 0C 00 00 07 00 00 00",
-         "notify sim 0 [07 00 00 00]", nullptr},
-        {"SIM id 1, capability 1", "2",
-         "00 00 00 18 08 00 00 00 01 00 00 00 01 00 00 00 01 00 00 00 00 0C 00 00 07 00 00 00",
-         "notify sim 1 [07 00 00 00]", nullptr},
-        {"id without row", nullptr, "00 00 00 0C 00 00 00 00 01 00 00 00 B9 0B 00 00", "", nullptr},
-        {"row past the end row", nullptr, "00 00 00 0C 00 00 00 00 01 00 00 00 D6 0B 00 00", "",
-         nullptr},
+        {0, 0, "00 00 00 18 08 00 00 00 01 00 00 00 01 00 00 00 01 00 00 00 00 0C 00 00"
+               " 07 00 00 00", "notify sim 1 [07 00 00 00]", ""},
+        {0, 0, "00 00 00 14 08 00 00 00 01 00 00 00 01 00 00 00 01 00 00 00 D6 0B 00 00", "", ""},
+        // Broken frames end the connection without reading past them or touching the pool.
+        {4005, 0, "", "fatal; slot 5", "socket get length error"},
+        {4005, 0, "FF FF FF FF", "fatal; slot 5", "invalid frame length 4294967295"},
+        {4005, 0, "00 00 00 04 00 00 00 00", "fatal; slot 5", "invalid frame length 4"},
+        {4005, 0, "00 00 08 00 D0 07 00 00", "fatal; slot 5", "invalid header size 2000"},
+        {4005, 0, "00 00 00 0C 10 00 00 00", "fatal; slot 5", "invalid frame length 12"},
+        {4005, 0, "00 00 00 08 00 00 00 00 02 00 00 00", "fatal; slot 5",
+         "rilproxy_cmd_resp_thread(): an unknown type (2)"},
+        {4005, 0, "00 00 00 14 00 00 00 00 00 00 00 00 05 01 00 00 00 00 00 00 01 00",
+         "fatal; slot 5", "socket get data error"},
     };
-    for (const UnsolicitedCase &c : cases) {
-        SCOPED_TRACE(c.name);
-        gCalls.clear();
-        property_host_reset();
-        if (c.simswitch != nullptr) property_set("persist.vendor.radio.simswitch", c.simswitch);
+    // clang-format on
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.frame);
         LogCapture logs;
-        EXPECT_EQ(feed(bytes(c.frame)), RILPROXY_FRAME_OK);
-        EXPECT_EQ(joined(gCalls), c.calls);
-        if (c.log != nullptr) {
-            EXPECT_TRUE(logs.containsMessage(c.log));
-        }
+        EXPECT_EQ(run(bytes(c.frame), c.parked, c.atLen ? &request : nullptr, c.atLen), c.outcome);
+        EXPECT_TRUE(*c.log == '\0' || logs.containsMessage(c.log)) << c.log;
     }
 }
 
 TEST_F(ReaderTest, PayloadDumpLogsOnlyFullLinesOfTheFirst128Bytes) {
-    const struct {
-        const char *header;  // length covers the 16 header bytes and the payload
-        size_t payload;
-        int lines;
-    } cases[] = {
-        {"00 00 00 24", 20, 0},
-        {"00 00 00 38", 40, 1},
-        {"00 00 00 74", 100, 3},
-        {"00 00 00 B0", 160, 4},
-    };
-    static const std::regex kDumpLine("([0-9A-F]{2} )+");
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.payload);
+    const std::regex dumpLine("([0-9A-F]{2} )+");
+    for (const char *length : {"00 00 00 38", "00 00 00 B0"}) {  // 40 and 160 payload bytes
+        SCOPED_TRACE(length);
         std::vector<uint8_t> frame =
-            bytes(std::string(c.header) + "00 00 00 00 00 00 00 00 05 01 00 00 00 00 00 00");
-        for (size_t i = 0; i < c.payload; i++) frame.push_back(static_cast<uint8_t>(i));
-        park(5, EVENT_DEACTIVATE_DATA_CALL_REQ);
+            bytes(std::string(length) + " 00 00 00 00 00 00 00 00 05 01 00 00 00 00 00 00");
+        while (frame.size() < 4u + frame[3]) frame.push_back(frame.size() - 20);
         LogCapture logs;
-        EXPECT_EQ(feed(frame), RILPROXY_FRAME_OK);
+        run(frame, EVENT_DEACTIVATE_DATA_CALL_REQ);
         std::vector<std::string> dumped;
         for (const std::string &m : logs.messages()) {
-            if (std::regex_match(m, kDumpLine)) dumped.push_back(m);
+            if (std::regex_match(m, dumpLine)) dumped.push_back(m);
         }
-        EXPECT_EQ(static_cast<int>(dumped.size()), c.lines);
-        if (!dumped.empty()) {
-            EXPECT_EQ(dumped[0],
-                      "00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F "
-                      "10 11 12 13 14 15 16 17 18 19 1A 1B 1C 1D 1E 1F ");
-        }
-        if (c.lines == 4) {
-            EXPECT_EQ(dumped[3].substr(0, 6), "60 61 ");
-        }
-    }
-}
-
-TEST_F(ReaderTest, BrokenFramesAreFatalWithoutReadingPastThem) {
-    const struct {
-        const char *name;
-        const char *bytes;
-        const char *log;
-    } cases[] = {
-        {"nothing", "", "socket get length error"},
-        {"length FFFFFFFF", "FF FF FF FF", "invalid frame length 4294967295"},
-        {"length 4", "00 00 00 04 00 00 00 00", "invalid frame length 4"},
-        {"header size 2000", "00 00 08 00 D0 07 00 00", "invalid header size 2000"},
-        {"header beyond length", "00 00 00 0C 10 00 00 00", "invalid frame length 12"},
-        {"type 2", "00 00 00 08 00 00 00 00 02 00 00 00",
-         "rilproxy_cmd_resp_thread(): an unknown type (2)"},
-        {"closed inside payload",
-         "00 00 00 14 00 00 00 00 00 00 00 00 05 01 00 00 00 00 00 00 01 00",
-         "socket get data error"},
-    };
-    event_ptr_t event = park(5, EVENT_DEACTIVATE_DATA_CALL_REQ);
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        close(sv_[1]);
-        close(sv_[0]);
-        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, sv_), 0);
-        LogCapture logs;
-        EXPECT_EQ(feed(bytes(c.bytes), true), RILPROXY_FRAME_FATAL);
-        EXPECT_TRUE(logs.containsMessage(c.log));
-        EXPECT_TRUE(gCalls.empty());
-        EXPECT_EQ(ctx_->event_pool[5], event);
+        ASSERT_EQ(dumped.size(), frame[3] == 0x38 ? 1u : 4u);
+        EXPECT_EQ(dumped[0],
+                  "00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F "
+                  "10 11 12 13 14 15 16 17 18 19 1A 1B 1C 1D 1E 1F ");
+        EXPECT_EQ(dumped.back().substr(0, 6), dumped.size() == 4 ? "60 61 " : "00 01 ");
     }
 }
 
 TEST_F(ReaderTest, PipeWinsOverSocketAndIsDrainedInSteps) {
-    ASSERT_EQ(pipe(ctx_->cmd_thread.pipe_fd), 0);
-    rilproxy_thread_priv_t *record = &ctx_->cmd_thread;
-    EXPECT_EQ(rilproxy_check_thread_pipe(record, sv_[0], 0), -1);  // nothing pending
+    t.reset(new TestContext);
+    rilproxy_thread_priv_t *record = &t->ctx->cmd_thread;
+    EXPECT_EQ(rilproxy_check_thread_pipe(record, t->own, 0), -1);  // nothing pending
     std::vector<uint8_t> wake(1500, 0x20);
     ASSERT_EQ(write(record->pipe_fd[1], wake.data(), wake.size()), 1500);
-    ASSERT_EQ(write(sv_[1], "x", 1), 1);
-    EXPECT_EQ(rilproxy_check_thread_pipe(record, sv_[0], 0), 0);  // 1024 bytes drained
-    EXPECT_EQ(rilproxy_check_thread_pipe(record, sv_[0], 0), 0);  // the other 476
-    EXPECT_EQ(rilproxy_check_thread_pipe(record, sv_[0], 0), 1);
+    ASSERT_EQ(write(t->peer, "x", 1), 1);
+    EXPECT_EQ(rilproxy_check_thread_pipe(record, t->own, 0), 0);  // 1024 bytes drained
+    EXPECT_EQ(rilproxy_check_thread_pipe(record, t->own, 0), 0);  // the other 476
+    EXPECT_EQ(rilproxy_check_thread_pipe(record, t->own, 0), 1);
     EXPECT_EQ(rilproxy_check_thread_pipe(record, -1, 0), -1);  // the socket is not watched
-    close(record->pipe_fd[1]);
-    close(record->pipe_fd[0]);
 
     LogCapture logs;
+    int open = record->pipe_fd[0];
+    record->pipe_fd[0] = dup(open);
+    close(record->pipe_fd[0]);  // a number that names no descriptor now
     EXPECT_EQ(rilproxy_check_thread_pipe(record, -1, 0), -1);
-    char expected[96];
-    snprintf(expected, sizeof(expected), "select error, errno = %d (%s)", EBADF, strerror(EBADF));
-    EXPECT_TRUE(logs.containsMessage(expected));
+    record->pipe_fd[0] = open;
+    EXPECT_TRUE(logs.containsMessage("select error, errno = " + std::to_string(EBADF) + " (" +
+                                     strerror(EBADF) + ")"));
 }
 
 }  // namespace
