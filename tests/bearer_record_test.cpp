@@ -169,14 +169,4 @@ TEST(BearerRecordTest, PcscfTokensKeepTheirSlots) {
     }
 }
 
-TEST(BearerRecordTest, QosWritesFiveInt32) {
-    ZOK_Qos q = {{1, 2, 3, 4, -1}};
-    android::Parcel p;
-    LogCapture logs;
-    writeQosStructToParcel(p, &q);
-    EXPECT_EQ(hex(p.data(), p.dataSize()),
-              "01 00 00 00 02 00 00 00 03 00 00 00 04 00 00 00 ff ff ff ff");
-    EXPECT_TRUE(logs.containsMessage("write qos to rild, 1/2/3/4/-1"));
-}
-
 }  // namespace

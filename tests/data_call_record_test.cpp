@@ -13,54 +13,42 @@
 
 namespace {
 
+const std::string kIpv6Dotted = "32.1.13.184.0.0.0.0.0.0.0.0.0.0.0.1";
+const char *kIpv6Bytes = "20 01 0d b8 00 00 00 00 00 00 00 00 00 00 00 01";
+const char *kStatusLog = "read from rild, status = 0, suggestedRetryTime = -1, cid = 3, active = 2";
+
 // Builds a Parcel from literal values, as the daemon would write it.
 struct Wire {
     android::Parcel p;
-    Wire &i(int32_t v) {
-        p.writeInt32(v);
-        return *this;
+    Wire &i(int32_t v) { return p.writeInt32(v), *this; }
+    Wire &s(const std::string &ascii) {
+        std::u16string units(ascii.begin(), ascii.end());
+        return p.writeString16(units.data(), units.size()), *this;
     }
-    Wire &s(const std::u16string &t) {
-        p.writeString16(t.data(), t.size());
-        return *this;
+    // Status 0, no retry time, cid 3, active 2, IPV4V6 addresses, `dnses`, two gateways.
+    Wire &head(const std::string &dnses) {
+        i(0).i(-1).i(3).i(2).s("IPV4V6").s("rmnet_data0");
+        return s("10.1.2.3/24 " + kIpv6Dotted).s(dnses).s("fe80::1 10.1.2.1");
     }
     // A bearer without QoS, TFT or P-CSCF: seven fields, then the three presence flags.
     Wire &bearer(int32_t cid) { return i(1).i(2).i(cid).i(1).i(0).i(5).i(0).i(0).i(0).i(0); }
-    android::Parcel &rewound() {
+    // Reads the entry into a record whose every byte is 5a, so what is left alone shows.
+    std::unique_ptr<ZOK_Data_Call_Response_v11> read(int version) {
+        auto d = std::make_unique<ZOK_Data_Call_Response_v11>();
+        memset(d.get(), 0x5A, sizeof(*d));
         p.setDataPosition(0);
-        return p;
+        readDataCallFromParcel(p, d.get(), version, 1);
+        return d;
     }
+    size_t unread() const { return p.dataSize() - p.dataPosition(); }
 };
-
-const char *kIpv6Dotted = "32.1.13.184.0.0.0.0.0.0.0.0.0.0.0.1";
-const char16_t *kIpv6Dotted16 = u"32.1.13.184.0.0.0.0.0.0.0.0.0.0.0.1";
-const char *kIpv6Bytes = "20 01 0d b8 00 00 00 00 00 00 00 00 00 00 00 01";
-
-Wire &entryHead(Wire &w, const std::u16string &dnses) {
-    return w.i(0)
-        .i(-1)
-        .i(3)
-        .i(2)
-        .s(u"IPV4V6")
-        .s(u"rmnet_data0")
-        .s(u"10.1.2.3/24 " + std::u16string(kIpv6Dotted16))
-        .s(dnses)
-        .s(u"fe80::1 10.1.2.1");
-}
-
-std::unique_ptr<ZOK_Data_Call_Response_v11> filledRecord() {
-    auto d = std::make_unique<ZOK_Data_Call_Response_v11>();
-    memset(d.get(), 0x5A, sizeof(*d));
-    return d;
-}
 
 TEST(DataCallRecordTest, Version6StopsAfterGateways) {
     Wire w;
-    entryHead(w, u"8.8.8.8 2001:db8::53").i(1400);
-    auto d = filledRecord();
+    w.head("8.8.8.8 2001:db8::53").i(1400);
     LogCapture logs;
-    readDataCallFromParcel(w.rewound(), d.get(), 6, 1);
-    EXPECT_EQ(w.p.dataPosition(), w.p.dataSize() - 4);  // mtu left unread
+    auto d = w.read(6);
+    EXPECT_EQ(w.unread(), 4u);  // the mtu
     EXPECT_EQ(d->mtuSize, 0x5A5A5A5A);
     EXPECT_EQ(d->cid, 3);
     EXPECT_EQ(d->type, 2);
@@ -73,102 +61,88 @@ TEST(DataCallRecordTest, Version6StopsAfterGateways) {
     EXPECT_EQ(hex(d->ipv6Dns[0], 16), "20 01 0d b8 00 00 00 00 00 00 00 00 00 00 00 53");
     EXPECT_EQ(hex(d->ipv6Gateway, 16), "fe 80 00 00 00 00 00 00 00 00 00 00 00 00 00 01");
     EXPECT_EQ(d->ipv4Gateway, 0x5A5A5A5Au);  // only the first gateway counts
-    EXPECT_FALSE(logs.containsMessage(
-        "read from rild, status = 0, suggestedRetryTime = -1, cid = 3, active = 2"));
+    EXPECT_FALSE(logs.containsMessage(kStatusLog));
 }
 
 TEST(DataCallRecordTest, Version11AddsPcscfAndMtuAndCapsDnsServers) {
     Wire w;
-    entryHead(w, u"1.1.1.1 2.2.2.2 3.3.3.3").s(u"10.0.0.9").i(1400).i(77);
-    auto d = filledRecord();
+    w.head("1.1.1.1 2.2.2.2 3.3.3.3").s("10.0.0.9").i(1400).i(77);
     LogCapture logs;
-    readDataCallFromParcel(w.rewound(), d.get(), 11, 1);
-    EXPECT_EQ(w.p.dataPosition(), w.p.dataSize() - 4);  // no eran_type below 1001
+    auto d = w.read(11);
+    EXPECT_EQ(w.unread(), 4u);  // no eran_type below 1001
     EXPECT_EQ(d->mtuSize, 1400);
     EXPECT_EQ(d->ipv4DnsNum, 2u);
     EXPECT_EQ(hex(d->ipv4Dns, 8), "01 01 01 01 02 02 02 02");
     EXPECT_EQ(d->ipv6DnsNum, 0u);
     EXPECT_TRUE(logs.containsMessage("ipv4 dns[2] = 3.3.3.3"));
     EXPECT_EQ(d->concatenateNum, 0x5A5A5A5A);
-    EXPECT_TRUE(logs.containsMessage(
-        "read from rild, status = 0, suggestedRetryTime = -1, cid = 3, active = 2"));
+    EXPECT_TRUE(logs.containsMessage(kStatusLog));
 }
 
+// The default bearer's ddcId comes from the wire; concatenated bearers keep the caller's. Surplus
+// bearers are consumed so the default bearer after them stays aligned; a hostile count stops at
+// the end of the Parcel.
 TEST(DataCallRecordTest, ExtendedVersionReadsBearersAndOnlyDefaultDdcId) {
-    Wire w;
-    entryHead(w, u"").s(u"").i(1500).i(2).bearer(11).bearer(12).i(9).bearer(13).i(3);
-    auto d = filledRecord();
-    d->concatenate[0].ddcId = 41;
-    readDataCallFromParcel(w.rewound(), d.get(), 1001, 1);
-    EXPECT_EQ(w.p.dataPosition(), w.p.dataSize());
-    EXPECT_EQ(d->ipv6DnsNum, 1u);  // the empty text is one token, taken the IPv6 way
-    EXPECT_EQ(d->concatenateNum, 2);
-    EXPECT_EQ(d->concatenate[0].ddcId, 41);
-    EXPECT_EQ(d->concatenate[0].cid, 11);
-    EXPECT_EQ(d->concatenate[1].cid, 12);
-    EXPECT_EQ(d->defaultBearerValid, 1);
-    EXPECT_EQ(d->defaultBearer.ddcId, 9);
-    EXPECT_EQ(d->defaultBearer.cid, 13);
-    EXPECT_EQ(d->eran_type, 3);
-}
-
-TEST(DataCallRecordTest, SurplusBearersAreConsumedNotStored) {
-    Wire w;
-    entryHead(w, u"").s(u"").i(1500).i(12);
-    for (int cid = 100; cid < 112; cid++) w.bearer(cid);
-    w.i(9).bearer(13).i(3);
-    auto d = filledRecord();
-    readDataCallFromParcel(w.rewound(), d.get(), 1001, 1);
-    EXPECT_EQ(d->concatenateNum, 11);
-    EXPECT_EQ(d->concatenate[10].cid, 110);
-    EXPECT_EQ(d->defaultBearer.ddcId, 9);
-    EXPECT_EQ(d->defaultBearer.cid, 13);
-    EXPECT_EQ(d->eran_type, 3);
-
-    Wire hostile;
-    entryHead(hostile, u"").s(u"").i(1500).i(1000000).bearer(7);
-    readDataCallFromParcel(hostile.rewound(), d.get(), 1001, 1);
-    EXPECT_EQ(d->concatenateNum, 11);
-    EXPECT_EQ(d->concatenate[0].cid, 7);
+    const struct {
+        int32_t count;  // on the wire
+        int bearers;    // present on the wire, cids 100, 101, ...
+        bool tail;      // ddcId 9, default bearer cid 13, eran_type 3
+        int32_t stored, lastStoredCid;
+    } cases[] = {{2, 2, true, 2, 101}, {12, 12, true, 11, 110}, {1000000, 1, false, 11, 0}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.count);
+        Wire w;
+        w.head("").s("").i(1500).i(c.count);
+        for (int i = 0; i < c.bearers; i++) w.bearer(100 + i);
+        if (c.tail) w.i(9).bearer(13).i(3);
+        auto d = w.read(1001);
+        EXPECT_EQ(w.unread(), 0u);
+        EXPECT_EQ(d->ipv6DnsNum, 1u);  // the empty text is one token, taken the IPv6 way
+        EXPECT_EQ(d->concatenateNum, c.stored);
+        EXPECT_EQ(d->concatenate[0].ddcId, 0x5A5A5A5A);
+        EXPECT_EQ(d->concatenate[0].cid, 100);
+        EXPECT_EQ(d->concatenate[c.stored - 1].cid, c.lastStoredCid);
+        EXPECT_EQ(d->defaultBearerValid, 1);
+        if (c.tail) {
+            EXPECT_EQ(d->defaultBearer.ddcId, 9);
+            EXPECT_EQ(d->defaultBearer.cid, 13);
+            EXPECT_EQ(d->eran_type, 3);
+        }
+    }
 }
 
 TEST(DataCallRecordTest, AddressTexts) {
+    const std::string untouched4 = "5a 5a 5a 5a ", ipv6 = kIpv6Bytes,
+                      untouched16 = "5a 5a 5a 5a 5a 5a 5a 5a 5a 5a 5a 5a 5a 5a 5a 5a";
     const struct {
         const char *type;
         std::string addresses;
         int expectedType;
-        const char *ipv4;  // hex; 5a bytes are untouched
-        const char *ipv6;
+        std::string bytes;  // IPv4 then IPv6
         const char *error;
     } cases[] = {
-        {"IP", "192.168.1.7/24", 0, "c0 a8 01 07", nullptr, nullptr},
-        {"IPV6", kIpv6Dotted, 1, nullptr, kIpv6Bytes, nullptr},
-        {"IPV6", "2001:db8::1", 1, nullptr, kIpv6Bytes, nullptr},
-        {"IPV4V6", std::string("10.1.2.3 ") + kIpv6Dotted, 2, "0a 01 02 03", kIpv6Bytes, nullptr},
-        {"IPV4V6", "10.1.2.3", 2, nullptr, nullptr, "invalid address (10.1.2.3)"},
-        {"ip", "10.1.2.3", -1, nullptr, nullptr, "invalid ip_type = ip, type = -1"},
-        {"IP", "10.1.2.", 0, nullptr, nullptr, nullptr},  // three numbers only
+        {"IP", "192.168.1.7/24", 0, "c0 a8 01 07 " + untouched16, nullptr},
+        {"IPV6", kIpv6Dotted, 1, untouched4 + ipv6, nullptr},
+        {"IPV6", "2001:db8::1", 1, untouched4 + ipv6, nullptr},
+        {"IPV4V6", "10.1.2.3 " + kIpv6Dotted, 2, "0a 01 02 03 " + ipv6, nullptr},
+        {"IPV4V6", "10.1.2.3", 2, untouched4 + untouched16, "invalid address (10.1.2.3)"},
+        {"ip", "10.1.2.3", -1, untouched4 + untouched16, "invalid ip_type = ip, type = -1"},
+        {"IP", "10.1.2.", 0, untouched4 + untouched16, nullptr},  // three numbers only
     };
-    const std::string untouched4 = "5a 5a 5a 5a";
-    const std::string untouched16 = "5a 5a 5a 5a 5a 5a 5a 5a 5a 5a 5a 5a 5a 5a 5a 5a";
     for (const auto &c : cases) {
-        char type[16];
-        char addresses[256];
-        snprintf(type, sizeof(type), "%s", c.type);
-        snprintf(addresses, sizeof(addresses), "%s", c.addresses.c_str());
+        SCOPED_TRACE(c.addresses);
+        std::string type = c.type, addresses = c.addresses;
         int family = 99;
-        unsigned int ipv4;
-        unsigned char ipv6[16];
-        memset(&ipv4, 0x5A, sizeof(ipv4));
-        memset(ipv6, 0x5A, sizeof(ipv6));
+        struct {
+            unsigned int ipv4;
+            unsigned char ipv6[16];
+        } out;
+        memset(&out, 0x5A, sizeof(out));
         LogCapture logs;
-        parseIPAddress(type, addresses, &family, &ipv4, ipv6);
-        EXPECT_EQ(family, c.expectedType) << c.addresses;
-        EXPECT_EQ(hex(&ipv4, 4), c.ipv4 ? c.ipv4 : untouched4) << c.addresses;
-        EXPECT_EQ(hex(ipv6, 16), c.ipv6 ? c.ipv6 : untouched16) << c.addresses;
-        if (c.error != nullptr) {
-            EXPECT_TRUE(logs.containsMessage(c.error)) << c.addresses;
-        }
+        parseIPAddress(&type[0], &addresses[0], &family, &out.ipv4, out.ipv6);
+        EXPECT_EQ(family, c.expectedType);
+        EXPECT_EQ(hex(&out, sizeof(out)), c.bytes);
+        EXPECT_TRUE(c.error == nullptr || logs.containsMessage(c.error));
     }
 }
 

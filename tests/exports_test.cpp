@@ -1,19 +1,15 @@
 // The shared object's dynamic symbol table, read from the ELF file itself (no readelf, no dlopen)
 // so the same check runs natively and under qemu: exactly the framework's names are exported, and
 // the binder import stays weak so the entity loads where the platform lacks it.
-#include <cxxabi.h>
 #include <elf.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <fstream>
 #include <iterator>
 #include <limits>
 #include <map>
-#include <set>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include "rilproxy_entity.h"
@@ -32,30 +28,6 @@ static_assert(std::numeric_limits<char>::is_signed, "x86_64 keeps its signed cha
 #error "no expected ELF machine for this architecture"
 #endif
 
-constexpr char kReplyLinkName[] = "_Z23rilproxy_reply_responseP9vopa_taskP10vopa_eventiPvi";
-constexpr char kInitWithDriver[] = "_ZN7android12ProcessState14initWithDriverEPKc";
-
-// The exported name must be the one the framework links against: a change to the declaration's
-// types changes the mangled name, and this alias then fails to link.
-extern "C" int replyByLinkName(task_ptr_t, event_ptr_t, event_id_t, void *, int) __asm__(
-    "_Z23rilproxy_reply_responseP9vopa_taskP10vopa_eventiPvi");
-static_assert(std::is_same<decltype(&rilproxy_reply_response),
-                           int (*)(vopa_task *, vopa_event *, int, void *, int)>::value);
-
-struct DynSymbol {
-    unsigned char bind;
-    unsigned char type;
-    unsigned char visibility;
-    bool defined;
-    uint64_t size;
-};
-
-struct ElfImage {
-    std::string error;  // empty when the file parsed
-    uint16_t machine = 0;
-    std::map<std::string, DynSymbol> symbols;
-};
-
 template <typename T>
 bool readAt(const std::vector<uint8_t> &file, uint64_t offset, T *out) {
     if (offset > file.size() || file.size() - offset < sizeof(T)) return false;
@@ -64,141 +36,82 @@ bool readAt(const std::vector<uint8_t> &file, uint64_t offset, T *out) {
 }
 
 // Every offset and count from the file is checked against its size before use: a truncated or
-// foreign file gives an error, not a wild read.
-ElfImage readDynamicSymbols(const std::string &path) {
-    ElfImage image;
+// foreign file fails the test, not a wild read.
+std::map<std::string, Elf64_Sym> dynamicSymbols(const std::string &path) {
+    std::map<std::string, Elf64_Sym> symbols;
     std::ifstream in(path, std::ios::binary);
-    std::vector<uint8_t> file((std::istreambuf_iterator<char>(in)),
-                              std::istreambuf_iterator<char>());
+    const std::vector<uint8_t> file((std::istreambuf_iterator<char>(in)),
+                                    std::istreambuf_iterator<char>());
     Elf64_Ehdr eh;
-    if (!readAt(file, 0, &eh) || memcmp(eh.e_ident, ELFMAG, SELFMAG) != 0) {
-        image.error = "not an ELF file: " + path;
-        return image;
+    if (!readAt(file, 0, &eh) || memcmp(eh.e_ident, ELFMAG, SELFMAG) != 0 ||
+        eh.e_ident[EI_CLASS] != ELFCLASS64 || eh.e_ident[EI_DATA] != ELFDATA2LSB ||
+        eh.e_shentsize != sizeof(Elf64_Shdr) || eh.e_machine != kMachine) {
+        ADD_FAILURE() << path << " is not a little-endian ELF64 file of this build's machine";
+        return symbols;
     }
-    if (eh.e_ident[EI_CLASS] != ELFCLASS64 || eh.e_ident[EI_DATA] != ELFDATA2LSB) {
-        image.error = "not little-endian ELF64";
-        return image;
+    Elf64_Shdr dynsym = {}, dynstr = {};
+    for (uint64_t i = 0; i < eh.e_shnum; i++) {
+        Elf64_Shdr s;
+        if (!readAt(file, eh.e_shoff + i * sizeof(s), &s)) break;
+        if (s.sh_type != SHT_DYNSYM) continue;
+        dynsym = s;
+        if (!readAt(file, eh.e_shoff + uint64_t{s.sh_link} * sizeof(s), &dynstr)) break;
     }
-    image.machine = eh.e_machine;
-    if (eh.e_shentsize != sizeof(Elf64_Shdr)) {
-        image.error = "unexpected section header size";
-        return image;
-    }
-    std::vector<Elf64_Shdr> sections(eh.e_shnum);
-    for (uint16_t i = 0; i < eh.e_shnum; i++) {
-        if (!readAt(file, eh.e_shoff + uint64_t{i} * sizeof(Elf64_Shdr), &sections[i])) {
-            image.error = "section header table out of the file";
-            return image;
-        }
-    }
-    const Elf64_Shdr *dynsym = nullptr;
-    for (const Elf64_Shdr &s : sections) {
-        if (s.sh_type == SHT_DYNSYM) dynsym = &s;
-    }
-    if (dynsym == nullptr || dynsym->sh_link >= sections.size() ||
-        dynsym->sh_entsize != sizeof(Elf64_Sym)) {
-        image.error = "no usable .dynsym";
-        return image;
-    }
-    const Elf64_Shdr &dynstr = sections[dynsym->sh_link];
-    if (dynstr.sh_offset > file.size() || file.size() - dynstr.sh_offset < dynstr.sh_size) {
-        image.error = ".dynstr out of the file";
-        return image;
+    if (dynsym.sh_entsize != sizeof(Elf64_Sym) || dynstr.sh_offset > file.size() ||
+        file.size() - dynstr.sh_offset < dynstr.sh_size) {
+        ADD_FAILURE() << "no usable .dynsym and .dynstr in " << path;
+        return symbols;
     }
     const char *strings = reinterpret_cast<const char *>(file.data() + dynstr.sh_offset);
-    for (uint64_t i = 1; i < dynsym->sh_size / sizeof(Elf64_Sym); i++) {  // entry 0 is null
+    for (uint64_t i = 1; i < dynsym.sh_size / sizeof(Elf64_Sym); i++) {  // entry 0 is null
         Elf64_Sym sym;
-        if (!readAt(file, dynsym->sh_offset + i * sizeof(Elf64_Sym), &sym) ||
+        if (!readAt(file, dynsym.sh_offset + i * sizeof(sym), &sym) ||
             sym.st_name >= dynstr.sh_size) {
-            image.error = ".dynsym entry out of the file";
-            return image;
+            ADD_FAILURE() << ".dynsym entry out of the file";
+            break;
         }
         const char *name = strings + sym.st_name;
-        size_t len = strnlen(name, dynstr.sh_size - sym.st_name);
-        image.symbols[std::string(name, len)] = {
-            static_cast<unsigned char>(ELF64_ST_BIND(sym.st_info)),
-            static_cast<unsigned char>(ELF64_ST_TYPE(sym.st_info)),
-            static_cast<unsigned char>(ELF64_ST_VISIBILITY(sym.st_other)),
-            sym.st_shndx != SHN_UNDEF, sym.st_size};
+        symbols[std::string(name, strnlen(name, dynstr.sh_size - sym.st_name))] = sym;
     }
-    return image;
+    return symbols;
 }
 
-class ExportsTest : public testing::Test {
-protected:
-    static void SetUpTestSuite() { sImage = new ElfImage(readDynamicSymbols(ZOK_ENTITY_SO)); }
-    static void TearDownTestSuite() {
-        delete sImage;
-        sImage = nullptr;
-    }
-    void SetUp() override {
-        ASSERT_EQ(sImage->error, "");
-        ASSERT_EQ(sImage->machine, kMachine) << "read the wrong build's " << ZOK_ENTITY_SO;
-    }
-    static ElfImage *sImage;
-};
-
-ElfImage *ExportsTest::sImage = nullptr;
-
-TEST_F(ExportsTest, ExportsExactlyTheFrameworkNames) {
-    std::set<std::string> exported;
-    for (const auto &entry : sImage->symbols) {
-        const DynSymbol &s = entry.second;
-        if (s.defined && (s.bind == STB_GLOBAL || s.bind == STB_WEAK) &&
-            s.visibility == STV_DEFAULT) {
-            exported.insert(entry.first);
-        }
-    }
-    const std::set<std::string> expected = {
-        "rilproxy_entity_init", "rilproxy_entity_version", "rilproxy_entity_exit", kReplyLinkName,
-        "ril_handlers",         "ril_handlers_tlv",        "ril_notifys",
+// Functions by plain name (rilproxy_reply_response by its C++ signature's link name, which any
+// change to its declared types changes), and the tables with exactly their rows, end row included.
+TEST(ExportsTest, ExportsExactlyTheFrameworkNamesAsTheFrameworkBindsThem) {
+    const std::map<std::string, std::string> expected = {
+        {"rilproxy_entity_init", "global func"},
+        {"rilproxy_entity_version", "global func"},
+        {"rilproxy_entity_exit", "global func"},
+        {"_Z23rilproxy_reply_responseP9vopa_taskP10vopa_eventiPvi", "global func"},
+        {"ril_handlers", "global object " + std::to_string(15 * sizeof(ril_handler_t))},
+        {"ril_handlers_tlv", "global object " + std::to_string(4 * sizeof(ril_handler_tlv_t))},
+        {"ril_notifys", "global object " + std::to_string(7 * sizeof(ril_notify_t))},
     };
+    std::map<std::string, std::string> exported;
+    for (const auto &entry : dynamicSymbols(ZOK_ENTITY_SO)) {
+        const Elf64_Sym &s = entry.second;
+        unsigned char bind = ELF64_ST_BIND(s.st_info), type = ELF64_ST_TYPE(s.st_info);
+        if (s.st_shndx == SHN_UNDEF || ELF64_ST_VISIBILITY(s.st_other) != STV_DEFAULT ||
+            (bind != STB_GLOBAL && bind != STB_WEAK)) {
+            continue;
+        }
+        std::string what = bind == STB_WEAK ? "weak " : "global ";
+        what += type == STT_FUNC     ? "func"
+                : type == STT_OBJECT ? "object " + std::to_string(s.st_size)
+                                     : "type " + std::to_string(type);
+        exported[entry.first] = what;
+    }
     EXPECT_EQ(exported, expected);
 }
 
-TEST_F(ExportsTest, ExportsAreFunctionsOrWholeTablesAsTheFrameworkBindsThem) {
-    struct Case {
-        const char *name;
-        unsigned char type;
-        uint64_t size;  // tables: their rows, the end row included
-    };
-    const Case cases[] = {
-        {"rilproxy_entity_init", STT_FUNC, 0},
-        {"rilproxy_entity_version", STT_FUNC, 0},
-        {"rilproxy_entity_exit", STT_FUNC, 0},
-        {kReplyLinkName, STT_FUNC, 0},
-        {"ril_handlers", STT_OBJECT, 15 * sizeof(ril_handler_t)},
-        {"ril_handlers_tlv", STT_OBJECT, 4 * sizeof(ril_handler_tlv_t)},
-        {"ril_notifys", STT_OBJECT, 7 * sizeof(ril_notify_t)},
-    };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.name);
-        auto it = sImage->symbols.find(c.name);
-        ASSERT_TRUE(it != sImage->symbols.end()) << "not in .dynsym";
-        EXPECT_EQ(it->second.type, c.type);
-        EXPECT_EQ(it->second.bind, STB_GLOBAL);
-        if (c.type == STT_OBJECT) {
-            EXPECT_EQ(it->second.size, c.size);
-        }
-    }
-}
-
-TEST_F(ExportsTest, ReplyResponseLinkNameIsItsCxxSignature) {
-    int status = -1;
-    char *demangled = abi::__cxa_demangle(kReplyLinkName, nullptr, nullptr, &status);
-    ASSERT_EQ(status, 0);
-    EXPECT_STREQ(demangled, "rilproxy_reply_response(vopa_task*, vopa_event*, int, void*, int)");
-    free(demangled);
-    EXPECT_EQ(reinterpret_cast<void *>(&replyByLinkName),
-              reinterpret_cast<void *>(&rilproxy_reply_response));
-}
-
-TEST_F(ExportsTest, BinderInitWithDriverIsAWeakImport) {
-    auto it = sImage->symbols.find(kInitWithDriver);
-    ASSERT_TRUE(it != sImage->symbols.end()) << "the entity no longer refers to initWithDriver";
-    EXPECT_FALSE(it->second.defined);
+TEST(ExportsTest, BinderInitWithDriverIsAWeakImport) {
+    const auto symbols = dynamicSymbols(ZOK_ENTITY_SO);
+    auto it = symbols.find("_ZN7android12ProcessState14initWithDriverEPKc");
+    ASSERT_TRUE(it != symbols.end()) << "the entity no longer refers to initWithDriver";
+    EXPECT_EQ(it->second.st_shndx, SHN_UNDEF);
     // A strong reference would make the loader refuse the entity on a platform without it.
-    EXPECT_EQ(it->second.bind, STB_WEAK);
+    EXPECT_EQ(ELF64_ST_BIND(it->second.st_info), STB_WEAK);
 }
 
 }  // namespace

@@ -10,10 +10,6 @@
 
 namespace {
 
-std::string dump(const android::Parcel &p) {
-    return hex(p.data(), p.dataSize());
-}
-
 TEST(ParcelStringsTest, IntegersAndTextsTravelAsString16) {
     android::Parcel p;
     writeIntAsStringToParcel(p, 0);
@@ -24,7 +20,7 @@ TEST(ParcelStringsTest, IntegersAndTextsTravelAsString16) {
     writeUtf8StringToParcel(p,
                             "\xc3\xa9"
                             "b");
-    EXPECT_EQ(dump(p),
+    EXPECT_EQ(hex(p.data(), p.dataSize()),
               "01 00 00 00 30 00 00 00 "
               "02 00 00 00 2d 00 35 00 00 00 00 00 "
               "0b 00 00 00 2d 00 32 00 31 00 34 00 37 00 34 00 38 00 33 00 36 00 34 00 38 00 00 00 "

@@ -13,42 +13,32 @@
 namespace {
 
 // Android's signatures: Debian's header does not compile on a non-Android host, so hold them here.
-static_assert(std::is_same<decltype(&property_get), int (*)(const char *, char *, const char *)>::value);
+static_assert(
+    std::is_same<decltype(&property_get), int (*)(const char *, char *, const char *)>::value);
 static_assert(std::is_same<decltype(&property_set), int (*)(const char *, const char *)>::value);
 static_assert(PROPERTY_VALUE_MAX == 92);
 
 class PropertiesTest : public testing::Test {
 protected:
-    void SetUp() override {
-        property_host_reset();
-        zok_prop_ver = 1;
-    }
+    void SetUp() override { property_host_reset(); }
     void TearDown() override { zok_prop_ver = 1; }
 };
 
-TEST_F(PropertiesTest, GetReturnsValueOrDefault) {
+TEST_F(PropertiesTest, GetReturnsValueOrDefaultWithinTheValueLimit) {
     char value[PROPERTY_VALUE_MAX];
     EXPECT_EQ(property_get("a.b", value, "dflt"), 4);
     EXPECT_STREQ(value, "dflt");
     EXPECT_EQ(property_get("a.b", value, nullptr), 0);
     EXPECT_STREQ(value, "");
-    ASSERT_EQ(property_set("a.b", "xyz"), 0);
-    EXPECT_EQ(property_get("a.b", value, "dflt"), 3);
-    EXPECT_STREQ(value, "xyz");
-    property_host_unset("a.b");
-    EXPECT_EQ(property_get("a.b", value, "d"), 1);
-}
-
-TEST_F(PropertiesTest, ValueLimits) {
-    char value[PROPERTY_VALUE_MAX];
     std::string longest(PROPERTY_VALUE_MAX - 1, 'x');
-    EXPECT_EQ(property_set("k", longest.c_str()), 0);
-    EXPECT_EQ(property_get("k", value, ""), PROPERTY_VALUE_MAX - 1);
-    EXPECT_EQ(property_set("k", std::string(PROPERTY_VALUE_MAX, 'y').c_str()), -1);
-    EXPECT_STREQ(value, longest.c_str());
-    // A default longer than a value may be is cut, never overflows the caller's buffer.
-    EXPECT_EQ(property_get("none", value, std::string(200, 'z').c_str()), PROPERTY_VALUE_MAX - 1);
+    ASSERT_EQ(property_set("a.b", longest.c_str()), 0);
+    EXPECT_EQ(property_set("a.b", std::string(PROPERTY_VALUE_MAX, 'y').c_str()), -1);
     EXPECT_EQ(property_set(nullptr, "v"), -1);
+    EXPECT_EQ(property_get("a.b", value, "dflt"), PROPERTY_VALUE_MAX - 1);
+    EXPECT_STREQ(value, longest.c_str());
+    property_host_unset("a.b");
+    // A default longer than a value may be is cut, never overflows the caller's buffer.
+    EXPECT_EQ(property_get("a.b", value, std::string(200, 'z').c_str()), PROPERTY_VALUE_MAX - 1);
 }
 
 TEST_F(PropertiesTest, ControlRequestsAreLoggedNotStored) {
@@ -62,33 +52,26 @@ TEST_F(PropertiesTest, ControlRequestsAreLoggedNotStored) {
     EXPECT_EQ(logs.lines()[0].text, "control request ctl.stop=vendor.vcd_bridge");
 }
 
-struct SimCase {
-    const char *value;  // null: property unset
-    int expected;
-};
-
+// The 1-based SIM number under the name that zok_prop_ver selects, read afresh on every call.
 TEST_F(PropertiesTest, CapabilitySimFromSimSwitch) {
-    const SimCase cases[] = {
-        {nullptr, 0}, {"1", 0}, {"2", 1}, {"3", 2}, {"0", -1}, {"abc", -1}, {"", -1}, {"2x", 1},
+    const struct {
+        const char *vendorName, *oldName;  // values; null: unset
+        int propVer;
+        int expected;
+    } cases[] = {
+        {nullptr, nullptr, 1, 0}, {"1", nullptr, 1, 0},  {"2", nullptr, 1, 1},
+        {"3", nullptr, 1, 2},     {"0", nullptr, 1, -1}, {"abc", nullptr, 1, -1},
+        {"", nullptr, 1, -1},     {"2x", nullptr, 1, 1}, {"2", "3", 1, 1},
+        {"2", "3", 0, 2},         {"2", nullptr, 0, 0},  {nullptr, "2", 0, 1},
     };
-    for (const SimCase &c : cases) {
+    for (const auto &c : cases) {
+        SCOPED_TRACE(&c - cases);
         property_host_reset();
-        if (c.value) property_set("persist.vendor.radio.simswitch", c.value);
-        EXPECT_EQ(rilproxy_get_capability_sim(), c.expected) << (c.value ? c.value : "(unset)");
+        if (c.vendorName) property_set("persist.vendor.radio.simswitch", c.vendorName);
+        if (c.oldName) property_set("persist.radio.simswitch", c.oldName);
+        zok_prop_ver = c.propVer;
+        EXPECT_EQ(rilproxy_get_capability_sim(), c.expected);
     }
-}
-
-TEST_F(PropertiesTest, CapabilitySimNameFollowsPropVersion) {
-    property_set("persist.vendor.radio.simswitch", "2");
-    property_set("persist.radio.simswitch", "3");
-    EXPECT_EQ(rilproxy_get_capability_sim(), 1);
-    zok_prop_ver = 0;
-    EXPECT_EQ(rilproxy_get_capability_sim(), 2);
-    property_host_unset("persist.radio.simswitch");
-    EXPECT_EQ(rilproxy_get_capability_sim(), 0);  // the newer name is not consulted
-    // Read afresh on every call.
-    property_set("persist.radio.simswitch", "2");
-    EXPECT_EQ(rilproxy_get_capability_sim(), 1);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // The entity's UTF-8 <-> UTF-16 converters: replacement of broken input, surrogates, zero units.
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <string>
 
@@ -9,13 +10,11 @@
 
 namespace {
 
-struct ToUtf16Case {
-    const char *utf8;  // hex
-    std::u16string units;
-};
-
 TEST(UtfConvertTest, Utf8ToUtf16ReplacesEachBrokenSequenceOnce) {
-    const ToUtf16Case cases[] = {
+    const struct {
+        const char *utf8;  // hex
+        std::u16string units;
+    } cases[] = {
         {"", u""},
         {"41 c3", {0x41, 0xFFFD}},          // truncated at the end of the text
         {"c3 41", {0xFFFD, 0x41}},          // the byte that broke it is kept
@@ -39,22 +38,16 @@ TEST(UtfConvertTest, Utf8ToUtf16ReplacesEachBrokenSequenceOnce) {
         EXPECT_EQ(std::u16string(units, n), c.units) << c.utf8;
         free(units);
     }
-}
-
-TEST(UtfConvertTest, NullTextLeavesCountAlone) {
     size_t n = 77;
     EXPECT_EQ(dupUtf8ToUtf16(nullptr, &n), nullptr);
-    EXPECT_EQ(n, 77u);
-    EXPECT_EQ(dupUtf16ToUtf8(nullptr, 3), nullptr);
+    EXPECT_EQ(n, 77u);  // a null text leaves the count alone
 }
 
-struct ToUtf8Case {
-    std::u16string units;
-    const char *utf8;  // hex
-};
-
 TEST(UtfConvertTest, Utf16ToUtf8EncodesUnitByUnit) {
-    const ToUtf8Case cases[] = {
+    const struct {
+        std::u16string units;
+        const char *utf8;  // hex
+    } cases[] = {
         {u"", ""},
         {{0xD83D, 0xDE00}, "ed a0 bd ed b8 80"},  // pair not combined
         {{0x61, 0x0000, 0x62}, "61 c0 80 62"},    // zero unit does not end the text
@@ -63,10 +56,10 @@ TEST(UtfConvertTest, Utf16ToUtf8EncodesUnitByUnit) {
     for (const auto &c : cases) {
         char *text = dupUtf16ToUtf8(c.units.data(), c.units.size());
         ASSERT_NE(text, nullptr);
-        std::string s(text);
-        EXPECT_EQ(hex(s.data(), s.size()), c.utf8);
+        EXPECT_EQ(hex(text, strlen(text)), c.utf8);
         free(text);
     }
+    EXPECT_EQ(dupUtf16ToUtf8(nullptr, 3), nullptr);
 }
 
 }  // namespace

@@ -9,7 +9,6 @@
 #include <dlfcn.h>
 #include <host/log_capture.h>
 #include <stdio.h>
-#include <string.h>
 #include <unistd.h>
 
 #include "vopa.h"
@@ -21,12 +20,8 @@ void writeRecord(const char *kind, const char *text) {
     char line[8192];
     size_t n = static_cast<size_t>(snprintf(line, sizeof(line), "%s ", kind));
     for (const char *p = text; *p != '\0' && n + 3 < sizeof(line); p++) {
-        if (*p == '\n') {
-            line[n++] = '\\';
-            line[n++] = 'n';
-        } else {
-            line[n++] = *p;
-        }
+        if (*p == '\n') line[n++] = '\\';
+        line[n++] = *p == '\n' ? 'n' : *p;
     }
     line[n++] = '\n';
     if (write(STDOUT_FILENO, line, n) != static_cast<ssize_t>(n)) _exit(3);
@@ -36,42 +31,33 @@ void echoLog(int, const char *, const char *text, void *) {
     writeRecord("log", text);
 }
 
-int fail(const char *what) {
-    const char *why = dlerror();
-    fprintf(stderr, "%s: %s\n", what, why ? why : "(no detail)");
-    return 2;
-}
-
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (argc != 3) {
-        fprintf(stderr, "usage: %s <libbinder.so> <entity.so>\n", argv[0]);
+    void *binder = argc == 3 ? dlopen(argv[1], RTLD_NOW | RTLD_GLOBAL) : nullptr;
+    void *entity = binder ? dlopen(argv[2], RTLD_NOW | RTLD_LOCAL) : nullptr;
+    auto setSink = reinterpret_cast<void (*)(host_log_sink_t, void *)>(
+        entity ? dlsym(entity, "host_log_set_sink") : nullptr);
+    auto setStderr =
+        reinterpret_cast<void (*)(int)>(entity ? dlsym(entity, "host_log_set_stderr") : nullptr);
+    auto init = reinterpret_cast<entity_ptr_t (*)(entity_ptr_t, entity_init_arg_ptr_t)>(
+        entity ? dlsym(entity, "rilproxy_entity_init") : nullptr);
+    if (!setSink || !setStderr || !init) {
+        const char *why = dlerror();
+        fprintf(stderr, "usage: %s <libbinder.so> <entity.so>: %s\n", argv[0], why ? why : "");
         return 2;
     }
-    void *binder = dlopen(argv[1], RTLD_NOW | RTLD_GLOBAL);
-    if (binder == nullptr) return fail("binder");
-    char address[64];
-    snprintf(address, sizeof(address), "%p",
+    char text[64];
+    snprintf(text, sizeof(text), "%p",
              dlsym(binder, "_ZN7android12ProcessState14initWithDriverEPKc"));
-    writeRecord("binder initWithDriver", address);
-
-    void *entity = dlopen(argv[2], RTLD_NOW | RTLD_LOCAL);
-    if (entity == nullptr) return fail("entity");
-    auto setSink =
-        reinterpret_cast<void (*)(host_log_sink_t, void *)>(dlsym(entity, "host_log_set_sink"));
-    auto setStderr = reinterpret_cast<void (*)(int)>(dlsym(entity, "host_log_set_stderr"));
-    auto init = reinterpret_cast<entity_ptr_t (*)(entity_ptr_t, entity_init_arg_ptr_t)>(
-        dlsym(entity, "rilproxy_entity_init"));
-    if (setSink == nullptr || setStderr == nullptr || init == nullptr) return fail("symbols");
+    writeRecord("binder initWithDriver", text);
     setSink(echoLog, nullptr);
     setStderr(0);
 
     vopa_entity_t record = {};
     entity_ptr_t returned = init(&record, nullptr);
-    char id[32];
-    snprintf(id, sizeof(id), "%d", returned == &record ? record.id : -1);
-    writeRecord("init returned", id);
+    snprintf(text, sizeof(text), "%d", returned == &record ? record.id : -1);
+    writeRecord("init returned", text);
     // The reader thread waits on the framework's init gate for ever; end without joining it.
     _exit(0);
 }
