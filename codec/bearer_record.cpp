@@ -9,25 +9,19 @@
 #include "codec/wire_lists.h"
 #include "core/log.h"
 
-namespace {
+// File-static rather than in an anonymous namespace: these helpers log, and their signature
+// opens each line, where "{anonymous}::" would take most of the 24 columns.
 
 // The framework's text fields are not guaranteed to hold a NUL; never read past the field.
 template <size_t N>
-void writeFieldText(android::Parcel &parcel, const char (&field)[N]) {
+static void writeFieldText(android::Parcel &parcel, const char (&field)[N]) {
     char text[N + 1];
     memcpy(text, field, N);
     text[N] = '\0';
     writeUtf8StringToParcel(parcel, text);
 }
 
-char *cutAtBlank(char *token) {
-    char *blank = strchr(token, ' ');
-    if (blank == nullptr) return nullptr;
-    *blank = '\0';
-    return blank + 1;
-}
-
-void readPacketFilter(android::Parcel &parcel, int index, ZOK_PktFilter *pf) {
+static void readPacketFilter(android::Parcel &parcel, int index, ZOK_PktFilter *pf) {
     pf->id = parcel.readInt32();
     pf->precedence = parcel.readInt32();
     pf->direction = parcel.readInt32();
@@ -53,7 +47,7 @@ void readPacketFilter(android::Parcel &parcel, int index, ZOK_PktFilter *pf) {
         pf->remotePortLow, pf->remotePortHigh, pf->spi, pf->tos, pf->tosMask, pf->flowLabel);
 }
 
-void writePacketFilter(android::Parcel &parcel, const ZOK_PktFilter *pf) {
+static void writePacketFilter(android::Parcel &parcel, const ZOK_PktFilter *pf) {
     parcel.writeInt32(pf->id);
     parcel.writeInt32(pf->precedence);
     parcel.writeInt32(pf->direction);
@@ -72,7 +66,7 @@ void writePacketFilter(android::Parcel &parcel, const ZOK_PktFilter *pf) {
     parcel.writeInt32(pf->flowLabel);
 }
 
-void readAuthTokenEntry(android::Parcel &parcel, int index, ZOK_AuthTokenFlowId *entry) {
+static void readAuthTokenEntry(android::Parcel &parcel, int index, ZOK_AuthTokenFlowId *entry) {
     int tokens = parcel.readInt32();
     RLOGI("[%d] authTokenNumber = %d", index, tokens);
     int32_t scratchToken;
@@ -98,7 +92,7 @@ void readAuthTokenEntry(android::Parcel &parcel, int index, ZOK_AuthTokenFlowId 
     entry->flowIdNumber = storedCount(flows, ZOK_TFT_FLOW_ID_MAX);
 }
 
-void writeAuthTokenEntry(android::Parcel &parcel, const ZOK_AuthTokenFlowId *entry) {
+static void writeAuthTokenEntry(android::Parcel &parcel, const ZOK_AuthTokenFlowId *entry) {
     int tokens = storedCount(entry->authTokenNumber, ZOK_TFT_AUTH_TOKEN_MAX);
     parcel.writeInt32(tokens);
     for (int j = 0; j < tokens; j++) parcel.writeInt32(entry->authTokenList[j]);
@@ -109,8 +103,6 @@ void writeAuthTokenEntry(android::Parcel &parcel, const ZOK_AuthTokenFlowId *ent
         for (int k = 0; k < 4; k++) parcel.writeInt32(entry->flowIdList[j][k]);
     }
 }
-
-}  // namespace
 
 void readDedicateDataFromParcel(android::Parcel &parcel, ZOK_Dedicate_Data_Call_Struct *bearer) {
     if (bearer == nullptr) return;

@@ -11,22 +11,15 @@
 #include "codec/wire_lists.h"
 #include "core/log.h"
 
-namespace {
+// File-static rather than in an anonymous namespace: these helpers log, and their signature
+// opens each line, where "{anonymous}::" would take most of the 24 columns.
 
 constexpr int kVersionWithoutMtu = 6;
 constexpr int kFirstExtendedVersion = 1001;
 
-// Ends the token at its first blank; returns the text after that blank, or null when there is none.
-char *cutAtBlank(char *token) {
-    char *blank = strchr(token, ' ');
-    if (blank == nullptr) return nullptr;
-    *blank = '\0';
-    return blank + 1;
-}
-
 // Up to `wanted` dotted decimal numbers, each truncated to a byte. Numbers past `wanted` are
 // ignored; so is anything after a number's digits (a "/24" prefix length, for one).
-int dottedTextToBytes(char *text, unsigned char *out, int wanted) {
+static int dottedTextToBytes(char *text, unsigned char *out, int wanted) {
     unsigned char parsed[16];
     int count = 0;
     for (char *p = text; p != nullptr && count < wanted; count++) {
@@ -40,7 +33,7 @@ int dottedTextToBytes(char *text, unsigned char *out, int wanted) {
     return 0;
 }
 
-void readAddresses(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall) {
+static void readAddresses(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall) {
     char type[16];
     char addresses[256];
     memset(type, 0, sizeof(type));
@@ -55,7 +48,7 @@ void readAddresses(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall) {
 
 // Servers past the two per family are logged but not stored, and the counters stop at the
 // arrays' size: the daemon's text is not bounded by the record.
-void readDnses(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall) {
+static void readDnses(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall) {
     char dnses[512];
     readUtf8StringFromParcel(parcel, dnses, sizeof(dnses));
     RLOGI("read from rild, dnses = (%s)", dnses);
@@ -78,7 +71,7 @@ void readDnses(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall) {
     }
 }
 
-void readGateways(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall) {
+static void readGateways(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall) {
     char gateways[512];
     readUtf8StringFromParcel(parcel, gateways, sizeof(gateways));
     RLOGI("read from rild, gatewayes = (%s)", gateways);
@@ -87,7 +80,7 @@ void readGateways(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall) {
 
 // The bearer reader does not read ddcId: concatenated bearers keep the caller's ddcId, while the
 // default bearer's comes from the wire just before it.
-void readBearers(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall) {
+static void readBearers(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall) {
     int wireCount = parcel.readInt32();
     RLOGI("dcall->concatenateNum = %d", wireCount);
     ZOK_Dedicate_Data_Call_Struct scratch;
@@ -102,8 +95,6 @@ void readBearers(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall) {
     dcall->defaultBearer.ddcId = parcel.readInt32();
     readDedicateDataFromParcel(parcel, &dcall->defaultBearer);
 }
-
-}  // namespace
 
 void readDataCallFromParcel(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall, int version,
                             int hasEranType) {

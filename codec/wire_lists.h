@@ -13,6 +13,7 @@
 #include <binder/Parcel.h>
 #include <stddef.h>
 #include <stdint.h>
+#include <string.h>
 
 // Counts are clamped to what the array holds, so whoever indexes the record by its count stays
 // inside it, and a written count always matches the elements after it. Negative is empty.
@@ -36,6 +37,15 @@ template <typename T, size_t N>
 T *slotFor(const android::Parcel &parcel, T (&slots)[N], int i, T *scratch) {
     if (static_cast<size_t>(i) < N) return &slots[i];
     return parcelHasInt32(parcel) ? scratch : nullptr;
+}
+
+// Address lists travel as one text of blank-separated tokens. Ends `token` at its first blank and
+// returns the rest of the text, or null when it was the last token.
+inline char *cutAtBlank(char *token) {
+    char *blank = strchr(token, ' ');
+    if (blank == nullptr) return nullptr;
+    *blank = '\0';
+    return blank + 1;
 }
 
 #endif  // ZOK_CODEC_WIRE_LISTS_H
