@@ -23,7 +23,6 @@ const uint32_t kAtChannelExt = 308;  // and above: the extended AT request
 const uint32_t kAtChannel307 = 307;
 const uint32_t kAtChannelBase = 301;  // index 0 of the plain AT request
 
-// Copies at most `len` payload bytes into a zeroed record, so a short payload reads as zeros.
 // `name` is a fixed 32-byte field that need not hold a NUL.
 void storeSocketName(char *dst, const char *name) {
     size_t n = strnlen(name, RILPROXY_SOCKET_NAME_SIZE - 1);
