@@ -80,6 +80,8 @@ TEST_F(EntityTest, InitBuildsContextAndRegistersTask) {
     EXPECT_STREQ(ps->getDriverName(), "/dev/vndbinder");
     EXPECT_EQ(ps->getStrongCount(), 1);
 
+    // Exit frees the context without stopping the reader: wait until it is parked at the gate.
+    ASSERT_TRUE(vopa_host::wait_gate_waiters(1, 5000));
     EXPECT_EQ(rilproxy_entity_exit(&entity), &entity);
     EXPECT_EQ(entity.id, 0);
     EXPECT_FALSE(vopa_host::task_registered(TASK_ID_RILPROXY));

@@ -65,6 +65,7 @@ struct Framework {
     vopa_host::Counters counters{};
     int fail_allocs = 0;
     bool gate_open = false;
+    int gate_waiters = 0;
     std::map<uint64_t, uint64_t> statistics;
     std::vector<vopa_host::Delivery> deliveries;
     uint64_t next_seq = 1;
@@ -382,7 +383,10 @@ int vopa_mutex_init(vopa_mutex_t *mutex) {
 int vopa_wait_all_entity_init(void) {
     Framework &f = fw();
     std::unique_lock<std::mutex> lock(f.lock);
+    f.gate_waiters++;
+    f.changed.notify_all();
     f.changed.wait(lock, [&] { return f.gate_open; });
+    f.gate_waiters--;
     return 0;
 }
 
@@ -525,6 +529,13 @@ void open_entity_init_gate() {
     std::lock_guard<std::mutex> lock(f.lock);
     f.gate_open = true;
     f.changed.notify_all();
+}
+
+bool wait_gate_waiters(int n, int timeout_ms) {
+    Framework &f = fw();
+    std::unique_lock<std::mutex> lock(f.lock);
+    return f.changed.wait_for(lock, std::chrono::milliseconds(timeout_ms),
+                              [&] { return f.gate_waiters >= n; });
 }
 
 bool entity_init_gate_open() {

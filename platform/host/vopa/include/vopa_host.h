@@ -39,6 +39,10 @@ void reset();
 
 void open_entity_init_gate();
 bool entity_init_gate_open();
+// Waits until at least `n` threads are blocked in vopa_wait_all_entity_init. A test that frees an
+// entity's context while its reader thread lives uses this to know the thread is parked at the
+// closed gate and no longer touches the context.
+bool wait_gate_waiters(int n, int timeout_ms);
 
 // Enqueues a new event for `task` carrying `requester` as its ext id. False if no such task.
 bool post(task_id_t task, event_id_t id, const void *data, int len, uint32_t requester);
