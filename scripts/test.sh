@@ -124,6 +124,7 @@ run_valgrind() {
 }
 
 for s in "${stages[@]}"; do
+  started=$SECONDS
   case "$s" in
     native) run_native ;;
     format) run_format ;;
@@ -134,4 +135,5 @@ for s in "${stages[@]}"; do
     valgrind) run_valgrind ;;
     *) echo "unknown stage: $s" >&2; exit 2 ;;
   esac
+  echo "== stage $s done in $((SECONDS - started)) s"
 done
