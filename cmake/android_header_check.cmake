@@ -36,12 +36,6 @@ target_include_directories(zok_android_header_check BEFORE PRIVATE ${_zok_staged
 target_include_directories(zok_android_header_check PRIVATE include ${CMAKE_CURRENT_SOURCE_DIR})
 target_compile_options(zok_android_header_check PRIVATE -fno-exceptions -fno-rtti
                                                         -fvisibility=hidden)
-if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-  # The host log's empty-format fallback trips clang's -Wformat-zero-length; only its declarations
-  # matter here. A source option, so that it comes after -Wall.
-  set_source_files_properties(platform/host/log/log.cpp PROPERTIES COMPILE_OPTIONS
-                              -Wno-format-zero-length)
-endif()
 # Linked only for their include directories: an object library is never linked itself.
 target_link_libraries(zok_android_header_check PRIVATE zok_host_binder zok_host_cutils
                                                        zok_host_log zok_warnings)

@@ -40,8 +40,8 @@ extern "C" void host_log_set_stderr(int enabled) {
 extern "C" int __android_log_vprint(int prio, const char *tag, const char *fmt, va_list ap) {
     if (tag == nullptr) tag = "";
     char text[4096 + 512];
-    int n = vsnprintf(text, sizeof(text), fmt ? fmt : "", ap);
-    if (n < 0) return -EINVAL;
+    text[0] = '\0';
+    if (fmt != nullptr && vsnprintf(text, sizeof(text), fmt, ap) < 0) return -EINVAL;
     size_t len = strnlen(text, sizeof(text));
 
     Sink sink;
