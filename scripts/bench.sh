@@ -55,8 +55,8 @@ run flood flood_bench
 
 # Instruction counts: only bench_run_ops is collected, so building the input is not counted.
 : >"$results/callgrind.txt"
-for spec in "datacall 20" "u8to16-short 1000" "u8to16-4k 50" "u16to8-short 1000" "u16to8-4k 50"; do
-    set -- $spec
+for op in "datacall 20" "u8to16-short 1000" "u8to16-4k 50" "u16to8-short 1000" "u16to8-4k 50"; do
+    set -- $op
     for log in log nolog; do
         [ "$1" = datacall ] || [ "$log" = nolog ] || continue
         out="$results/callgrind.$1.$log.out"
