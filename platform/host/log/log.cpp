@@ -17,8 +17,11 @@ struct Sink {
     void *ctx;
 };
 
+// Held while a sink runs, so that once host_log_set_sink returns no thread is still inside the
+// sink it replaced (a test's capture object may be destroyed right after).
 std::mutex gSinkLock;
 Sink gSink{nullptr, nullptr};
+std::atomic<bool> gHasSink{false};  // spares lines the lock when nobody captures
 std::atomic<bool> gStderr{true};
 
 char priorityLetter(int prio) {
@@ -31,6 +34,7 @@ char priorityLetter(int prio) {
 extern "C" void host_log_set_sink(host_log_sink_t sink, void *ctx) {
     std::lock_guard<std::mutex> lock(gSinkLock);
     gSink = Sink{sink, ctx};
+    gHasSink.store(sink != nullptr);
 }
 
 extern "C" void host_log_set_stderr(int enabled) {
@@ -44,12 +48,10 @@ extern "C" int __android_log_vprint(int prio, const char *tag, const char *fmt, 
     if (fmt != nullptr && vsnprintf(text, sizeof(text), fmt, ap) < 0) return -EINVAL;
     size_t len = strnlen(text, sizeof(text));
 
-    Sink sink;
-    {
+    if (gHasSink.load()) {
         std::lock_guard<std::mutex> lock(gSinkLock);
-        sink = gSink;
+        if (gSink.fn != nullptr) gSink.fn(prio, tag, text, gSink.ctx);
     }
-    if (sink.fn != nullptr) sink.fn(prio, tag, text, sink.ctx);
 
     if (gStderr.load()) {
         char line[sizeof(text) + 128];

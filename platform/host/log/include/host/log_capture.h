@@ -9,8 +9,9 @@ extern "C" {
 
 typedef void (*host_log_sink_t)(int prio, const char *tag, const char *text, void *ctx);
 
-// One sink at a time; null removes it. The sink runs on the logging thread, outside any lock of
-// the log, so it must be thread-safe.
+// One sink at a time; null removes it. The sink runs on the logging thread under the log's sink
+// lock: calls are serialised, a sink must not log itself, and once host_log_set_sink returns the
+// replaced sink is no longer running.
 void host_log_set_sink(host_log_sink_t sink, void *ctx);
 // Whether lines also go to stderr (default: yes).
 void host_log_set_stderr(int enabled);
