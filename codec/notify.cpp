@@ -59,23 +59,19 @@ int rilproxy_UNSOL_DATA_CALL_LIST_CHANGED_notify(task_ptr_t task, android::Parce
     return 0;
 }
 
-int rilproxy_UNSOL_DEDICATE_BEARER_ACTIVATED_notify(task_ptr_t task, android::Parcel &parcel,
-                                                    ril_supported_feature_t *) {
-    RLOGI("RIL_UNSOL_DEDICATE_BEARER_ACTIVATED");
-    int num = parcel.readInt32();
-    RLOGI("num = %d", num);
-    notifyBearers(task, parcel, num, EVENT_DEDICATE_BEARER_ACTIVATED_IND);
-    return 0;
-}
+// Activated and modified differ only by their log line and event; each keeps its own log site.
+#define RILPROXY_BEARER_LIST_NOTIFY(name, id)                                                    \
+    int rilproxy_UNSOL_DEDICATE_BEARER_##name##_notify(task_ptr_t task, android::Parcel &parcel, \
+                                                       ril_supported_feature_t *) {              \
+        RLOGI("RIL_UNSOL_DEDICATE_BEARER_" #name);                                               \
+        int num = parcel.readInt32();                                                            \
+        RLOGI("num = %d", num);                                                                  \
+        notifyBearers(task, parcel, num, id);                                                    \
+        return 0;                                                                                \
+    }
 
-int rilproxy_UNSOL_DEDICATE_BEARER_MODIFIED_notify(task_ptr_t task, android::Parcel &parcel,
-                                                   ril_supported_feature_t *) {
-    RLOGI("RIL_UNSOL_DEDICATE_BEARER_MODIFIED");
-    int num = parcel.readInt32();
-    RLOGI("num = %d", num);
-    notifyBearers(task, parcel, num, EVENT_DEDICATE_BEARER_MODIFIED_IND);
-    return 0;
-}
+RILPROXY_BEARER_LIST_NOTIFY(ACTIVATED, EVENT_DEDICATE_BEARER_ACTIVATED_IND)
+RILPROXY_BEARER_LIST_NOTIFY(MODIFIED, EVENT_DEDICATE_BEARER_MODIFIED_IND)
 
 int rilproxy_UNSOL_DEDICATE_BEARER_DEACTIVATED_notify(task_ptr_t task, android::Parcel &parcel,
                                                       ril_supported_feature_t *) {
