@@ -139,33 +139,18 @@ void report(bool trace) {
         logswitch::setLogging(true);
         for (int i = 0; i < 10; i++) feedFrame(heavy);
     }).join();
-    probe::setNextThreadRole(probe::Role::Idle);
-    std::thread([] {}).join();
     printf("# stack_high_water_kib.reader_flood: %zu\n",
            probe::stackHighWater(probe::Role::Reader) / 1024);
-    printf("# stack_high_water_kib.idle_thread: %zu\n",
-           probe::stackHighWater(probe::Role::Idle) / 1024);
     printf("# frame_bytes.v11_x16: %zu\n", sixteen.size());
     printf("# frame_bytes.v1001_x1_11_bearers: %zu\n", heavy.size());
-    printf("# vm_hwm_kib: %ld\n", probe::residentPeakKiB());
-    printf("# vm_rss_kib: %ld\n", probe::residentNowKiB());
-    printf("# machine: %s\n", probe::machineDescription().c_str());
+    probe::printProcessFigures(stdout);
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-    bool trace = false;
-    std::vector<char *> args;
-    for (int i = 0; i < argc; i++) {
-        if (strcmp(argv[i], "--trace-allocations") == 0) {
-            trace = true;
-        } else {
-            args.push_back(argv[i]);
-        }
-    }
-    int n = static_cast<int>(args.size());
-    benchmark::Initialize(&n, args.data());
+    bool trace = probe::takeFlag(&argc, argv, "--trace-allocations");
+    benchmark::Initialize(&argc, argv);
     host_log_set_stderr(0);
     probe::setThreadRole(probe::Role::Requester);
     // A hand-built context around a socketpair, as the reader's unit tests use; nothing connects

@@ -17,6 +17,7 @@
 #include <map>
 #include <new>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -424,6 +425,30 @@ std::string machineDescription() {
     struct utsname u;
     std::string kernel = uname(&u) == 0 ? std::string(u.sysname) + " " + u.release : "unknown";
     return std::to_string(sysconf(_SC_NPROCESSORS_ONLN)) + " CPUs, " + model + ", " + kernel;
+}
+
+bool takeFlag(int *argc, char **argv, const char *flag) {
+    bool found = false;
+    int kept = 0;
+    for (int i = 0; i < *argc; i++) {
+        if (strcmp(argv[i], flag) == 0) {
+            found = true;
+        } else {
+            argv[kept++] = argv[i];
+        }
+    }
+    argv[kept] = nullptr;  // argv[argc] stays the terminator
+    *argc = kept;
+    return found;
+}
+
+void printProcessFigures(FILE *out) {
+    setNextThreadRole(Role::Idle);
+    std::thread([] {}).join();
+    fprintf(out, "# stack_high_water_kib.idle_thread: %zu\n", stackHighWater(Role::Idle) / 1024);
+    fprintf(out, "# vm_hwm_kib: %ld\n", residentPeakKiB());
+    fprintf(out, "# vm_rss_kib: %ld\n", residentNowKiB());
+    fprintf(out, "# machine: %s\n", machineDescription().c_str());
 }
 
 }  // namespace probe

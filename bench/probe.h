@@ -75,6 +75,14 @@ long residentNowKiB();
 // "nproc, CPU model, kernel" of this machine.
 std::string machineDescription();
 
+// Removes every `flag` from argv (adjusting argc) and returns whether it was there, so the rest
+// can go to benchmark::Initialize, which rejects flags it does not know.
+bool takeFlag(int *argc, char **argv, const char *flag);
+
+// The lines a program ends its report with: the stack floor of a thread that does nothing (started
+// here), VmHWM, VmRSS and the machine.
+void printProcessFigures(FILE *out);
+
 }  // namespace probe
 
 #endif  // ZOK_BENCH_PROBE_H

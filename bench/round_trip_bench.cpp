@@ -262,32 +262,17 @@ void report(bool trace) {
         probe::printTrace(stdout, n);
         logswitch::setLogging(true);
     }
-    probe::setNextThreadRole(probe::Role::Idle);
-    std::thread([] {}).join();
     printf("# stack_high_water_kib.task: %zu\n", probe::stackHighWater(probe::Role::Task) / 1024);
     printf("# stack_high_water_kib.reader: %zu\n",
            probe::stackHighWater(probe::Role::Reader) / 1024);
-    printf("# stack_high_water_kib.idle_thread: %zu\n",
-           probe::stackHighWater(probe::Role::Idle) / 1024);
-    printf("# vm_hwm_kib: %ld\n", probe::residentPeakKiB());
-    printf("# vm_rss_kib: %ld\n", probe::residentNowKiB());
-    printf("# machine: %s\n", probe::machineDescription().c_str());
+    probe::printProcessFigures(stdout);
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-    bool trace = false;
-    std::vector<char *> args;
-    for (int i = 0; i < argc; i++) {
-        if (strcmp(argv[i], "--trace-allocations") == 0) {
-            trace = true;
-        } else {
-            args.push_back(argv[i]);
-        }
-    }
-    int n = static_cast<int>(args.size());
-    benchmark::Initialize(&n, args.data());
+    bool trace = probe::takeFlag(&argc, argv, "--trace-allocations");
+    benchmark::Initialize(&argc, argv);
     startAll();
     warmUp();
     printf("# heap_pages_kept: %d\n", probe::keepHeapPages() ? 1 : 0);
