@@ -62,6 +62,23 @@ const std::vector<uint8_t> kAtOk = {0x00, 0x00, 0x00, 0x00, 0x0d, 0x0a, 0x4f, 0x
 
 const char kAtCommand[] = "AT+CSQ";
 
+// What a successful answer to `requestId` carries; requests without a payload get none.
+const std::vector<uint8_t> &successPayload(int32_t requestId) {
+    static const std::vector<uint8_t> kNone;
+    switch (requestId) {
+        case RIL_REQUEST_SETUP_DATA_CALL:
+            return kDataCallList;
+        case ZOKRIL_REQUEST_PCSCF_DISCOVERY_PCO:
+            return kPcscfText;
+        case RIL_REQUEST_LAST_DATA_CALL_FAIL_CAUSE:
+            return kFailCause;
+        case ZOKRIL_REQUEST_SEND_AT_CMD:
+            return kAtOk;
+        default:
+            return kNone;
+    }
+}
+
 struct Figures {
     std::atomic<int> requests{0};
     std::atomic<int> refusedTlv{0};
@@ -163,23 +180,7 @@ private:
             ASSERT_TRUE(mSim->writeResponse(req.serial, 14, {}));
             return;
         }
-        switch (req.request_id) {
-            case RIL_REQUEST_SETUP_DATA_CALL:
-                ASSERT_TRUE(mSim->writeResponse(req.serial, 0, kDataCallList));
-                break;
-            case ZOKRIL_REQUEST_PCSCF_DISCOVERY_PCO:
-                ASSERT_TRUE(mSim->writeResponse(req.serial, 0, kPcscfText));
-                break;
-            case RIL_REQUEST_LAST_DATA_CALL_FAIL_CAUSE:
-                ASSERT_TRUE(mSim->writeResponse(req.serial, 0, kFailCause));
-                break;
-            case ZOKRIL_REQUEST_SEND_AT_CMD:
-                ASSERT_TRUE(mSim->writeResponse(req.serial, 0, kAtOk));
-                break;
-            default:
-                ASSERT_TRUE(mSim->writeResponse(req.serial, 0, {}));
-                break;
-        }
+        ASSERT_TRUE(mSim->writeResponse(req.serial, 0, successPayload(req.request_id)));
     }
 
     // What the data manager would send once the accepted TLV request completed.
