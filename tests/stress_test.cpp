@@ -103,6 +103,12 @@ public:
         mReceiver.join();
         mResponder.join();
     }
+    // Answers wait until this is called; requests are still read and queued meanwhile.
+    void release() {
+        std::lock_guard<std::mutex> lock(mLock);
+        mHeld = false;
+        mWake.notify_all();
+    }
     bool brokenStream() const { return mBroken; }
     Figures figures;
 
@@ -134,8 +140,8 @@ private:
             {
                 std::unique_lock<std::mutex> lock(mLock);
                 mWake.wait_for(lock, std::chrono::milliseconds(50),
-                               [this] { return mStop || !mQueue.empty(); });
-                if (mQueue.empty()) {
+                               [this] { return mStop || (!mHeld && !mQueue.empty()); });
+                if (mHeld || mQueue.empty()) {
                     if (mStop) return;
                     continue;
                 }
@@ -206,7 +212,8 @@ private:
     std::atomic<bool> mBroken{false};
     std::mutex mLock;
     std::condition_variable mWake;
-    std::deque<rild_sim::RequestFrame> mQueue;
+    std::deque<rild_sim::RequestFrame> mQueue;  // guarded by mLock
+    bool mHeld = true;                          // guarded by mLock
 };
 
 // Request events in turn: plain only, TLV first, and the AT relay.
@@ -302,6 +309,13 @@ TEST(StressTest, FloodOfRequestsAndReportsEndsWithEveryEventAnsweredAndFreed) {
         ASSERT_TRUE(vopa_host::post(TASK_ID_RILPROXY, k.id,
                                     k.payload.empty() ? nullptr : k.payload.data(),
                                     static_cast<int>(k.payload.size()), requester++));
+        if (i == kBurst - 1) {
+            // Nothing is answered until the first burst has overflowed the pool, so the full-pool
+            // path runs however fast this machine's daemon would otherwise drain it.
+            EXPECT_TRUE(
+                waitUntil([&] { return countPrefix(logs, "event pool is full") > 0; }, 5000));
+            daemon.release();
+        }
         if (i % kBurst == kBurst - 1) std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
 
