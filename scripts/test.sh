@@ -1,21 +1,24 @@
 #!/usr/bin/env bash
-# Builds from clean and runs every test: native, formatting, then the whole suite again for
-# AArch64 under qemu-aarch64. Installs what it needs from Debian's packages when missing.
+# Builds from clean and runs every test: native, formatting, coverage, then the whole suite again
+# for AArch64 under qemu-aarch64, under sanitizers and fuzzing. Installs what it needs from
+# Debian's packages when missing.
 #
 #   scripts/test.sh            # everything
-#   scripts/test.sh native     # one stage: native | format | aarch64 | asan | tsan | fuzz
+#   scripts/test.sh native     # one stage: native | format | coverage | aarch64 | asan | tsan
+#                              #            | fuzz
 #   scripts/test.sh valgrind   # not in the default list: integration tests under memcheck
 set -euo pipefail
 
 top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
 stages=("$@")
-[ ${#stages[@]} -gt 0 ] || stages=(native format aarch64 asan tsan fuzz)
+[ ${#stages[@]} -gt 0 ] || stages=(native format coverage aarch64 asan tsan fuzz)
 
 need=(cmake ninja-build g++ googletest clang-format g++-aarch64-linux-gnu qemu-user
       android-libcutils-dev android-liblog-dev)
 for s in "${stages[@]}"; do
   case "$s" in
+    coverage) need+=(gcovr) ;;
     fuzz) need+=(clang libclang-rt-14-dev) ;;
     valgrind) need+=(valgrind) ;;
   esac
@@ -45,6 +48,23 @@ run_format() {
   echo "== clang-format"
   git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
   echo "formatting clean"
+}
+
+# The whole suite in a gcov build, then line and branch figures for the entity's own code. The
+# floors sit a little below what the suite reaches, so a change that leaves code untested fails.
+coverage_line_floor=97
+coverage_branch_floor=71
+run_coverage() {
+  echo "== coverage build (gcc --coverage)"
+  rm -rf out/coverage
+  cmake -S . -B out/coverage -G Ninja -DCMAKE_BUILD_TYPE=Debug -DZOK_COVERAGE=ON >/dev/null
+  cmake --build out/coverage -j "$jobs"
+  echo "== coverage tests"
+  (cd out/coverage && ctest -j "$jobs" --output-on-failure)
+  echo "== coverage of core/ transport/ handlers/ codec/"
+  gcovr -r . out/coverage -j "$jobs" --filter core/ --filter transport/ --filter handlers/ \
+        --filter codec/ --print-summary --fail-under-line "$coverage_line_floor" \
+        --fail-under-branch "$coverage_branch_floor"
 }
 
 run_aarch64() {
@@ -128,6 +148,7 @@ for s in "${stages[@]}"; do
   case "$s" in
     native) run_native ;;
     format) run_format ;;
+    coverage) run_coverage ;;
     aarch64) run_aarch64 ;;
     asan) run_sanitizer asan address,undefined ;;
     tsan) run_sanitizer tsan thread ;;
