@@ -64,19 +64,23 @@ TEST(DataCallRecordTest, Version6StopsAfterGateways) {
     EXPECT_FALSE(logs.containsMessage(kStatusLog));
 }
 
-TEST(DataCallRecordTest, Version11AddsPcscfAndMtuAndCapsDnsServers) {
-    Wire w;
-    w.head("1.1.1.1 2.2.2.2 3.3.3.3").s("10.0.0.9").i(1400).i(77);
-    LogCapture logs;
-    auto d = w.read(11);
-    EXPECT_EQ(w.unread(), 4u);  // no eran_type below 1001
-    EXPECT_EQ(d->mtuSize, 1400);
-    EXPECT_EQ(d->ipv4DnsNum, 2u);
-    EXPECT_EQ(hex(d->ipv4Dns, 8), "01 01 01 01 02 02 02 02");
-    EXPECT_EQ(d->ipv6DnsNum, 0u);
-    EXPECT_TRUE(logs.containsMessage("ipv4 dns[2] = 3.3.3.3"));
-    EXPECT_EQ(d->concatenateNum, 0x5A5A5A5A);
-    EXPECT_TRUE(logs.containsMessage(kStatusLog));
+// Every version but 6 carries the P-CSCF text and the mtu, the oldest (5) included.
+TEST(DataCallRecordTest, LongFormAddsPcscfAndMtuAndCapsDnsServers) {
+    for (int version : {5, 11}) {
+        SCOPED_TRACE(version);
+        Wire w;
+        w.head("1.1.1.1 2.2.2.2 3.3.3.3").s("10.0.0.9").i(1400).i(77);
+        LogCapture logs;
+        auto d = w.read(version);
+        EXPECT_EQ(w.unread(), 4u);  // no eran_type below 1001
+        EXPECT_EQ(d->mtuSize, 1400);
+        EXPECT_EQ(d->ipv4DnsNum, 2u);
+        EXPECT_EQ(hex(d->ipv4Dns, 8), "01 01 01 01 02 02 02 02");
+        EXPECT_EQ(d->ipv6DnsNum, 0u);
+        EXPECT_TRUE(logs.containsMessage("ipv4 dns[2] = 3.3.3.3"));
+        EXPECT_EQ(d->concatenateNum, 0x5A5A5A5A);
+        EXPECT_TRUE(logs.containsMessage(kStatusLog));
+    }
 }
 
 // The default bearer's ddcId comes from the wire; concatenated bearers keep the caller's. Surplus

@@ -111,9 +111,10 @@ TEST_F(HandlersTest, RequestParcels) {
     }
 }
 
-// What the end-to-end rows cannot reach: old set-up versions, a bearer count beyond the payload,
-// the TLV responses' guard (the reader never hands them a failure), and error replies in full:
-// every byte not named is zero, and a short set-up payload reads as zeros past its end.
+// What the end-to-end rows cannot reach: set-up versions around the oldest accepted, a bearer count
+// beyond the payload, the TLV responses' guard (the reader never hands them a failure), and error
+// replies in full: every byte not named is zero, and a short set-up payload reads as zeros past its
+// end.
 TEST_F(HandlersTest, ResponsesAndErrorsBecomeReplies) {
     const std::string kStatus2 = "02 00 00 00";
     const struct {
@@ -131,6 +132,11 @@ TEST_F(HandlersTest, ResponsesAndErrorsBecomeReplies) {
          {{4004, 8, {{0, kStatus2}}}}, -1, "version (4) < 5"},
         {rilproxy_SETUP_DATA_CALL_resp, 4004, {}, "ff ff ff ff", 0, {{4004, 8, {{0, kStatus2}}}},
          -1, "version (-1) < 5"},
+        // Version 5 is the oldest accepted: status 0, retry -1, cid 7, active 2, rest absent.
+        {rilproxy_SETUP_DATA_CALL_resp, 4004, {},
+         "05 00 00 00 01 00 00 00 00 00 00 00 ff ff ff ff 07 00 00 00 02 00 00 00", 0,
+         {{4004, 47876, {{0, "00 00 00 00 00 00 00 00 ff ff ff ff 07 00 00 00 02 00 00 00"}}}}, -1,
+         "version = 5, num = 1"},
         // One bearer (interfaceId 10, cid 3, active 1, bearerId 5) where 1000 are announced.
         {rilproxy_MODIFY_DATA_CALL_resp, 4010, {},
          "e8 03 00 00 0a 00 00 00 00 00 00 00 03 00 00 00 01 00 00 00 00 00 00 00 05 00 00 00 "

@@ -126,11 +126,20 @@ TEST_F(ReaderTest, EveryFrameEndsInItsRowOrIsDroppedOrIsFatal) {
          "event_ptr is NULL"},
         {4030, 0, "00 00 00 10 00 00 00 00 00 00 00 00 05 01 00 00 00 00 00 00", "",
          "rilproxy_cmd_resp_thread(): an unknown event (4030)"},
-        // AT answers: token, reserved, status, and the text after the leading line breaks.
+        // AT answers: token, reserved, status, and the text after the leading line breaks. Each
+        // of the three error markers (+CME, +CMS, a bare ERROR line) gives status 1.
         {2002, 24, "00 00 00 26 00 00 00 00 00 00 00 00 05 01 00 00 00 00 00 00 00 00 00 00"
                    " 0D 0A 2B 43 4D 45 20 45 52 52 4F 52 3A 20 31 30 0D 0A",
          "reply 31 3004 4120 [ef be 00 00 00 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00 2b 43 "
          "4d 45]", ""},
+        {2002, 24, "00 00 00 25 00 00 00 00 00 00 00 00 05 01 00 00 00 00 00 00 00 00 00 00"
+                   " 0D 0A 2B 43 4D 53 20 45 52 52 4F 52 3A 20 35 0D 0A",
+         "reply 31 3004 4120 [ef be 00 00 00 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00 2b 43 "
+         "4d 53]", ""},
+        {2002, 24, "00 00 00 1D 00 00 00 00 00 00 00 00 05 01 00 00 00 00 00 00 00 00 00 00"
+                   " 0D 0A 45 52 52 4F 52 0D 0A",
+         "reply 31 3004 4120 [ef be 00 00 00 00 00 00 00 00 00 00 00 00 00 00 01 00 00 00 45 52 "
+         "52 4f]", ""},
         {2002, 24, "00 00 00 1A 00 00 00 00 00 00 00 00 05 01 00 00 00 00 00 00 00 00 00 00"
                    " 0D 0A 4F 4B 0D 0A",
          "reply 31 3004 4120 [ef be 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 4f 4b "

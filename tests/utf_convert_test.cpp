@@ -28,6 +28,13 @@ TEST(UtfConvertTest, Utf8ToUtf16ReplacesEachBrokenSequenceOnce) {
         {"c1 81", {0x41}},                  // overlong form decoded
         {"f8 88 80 80", {0x8000}},          // F8 taken as a 4-byte lead
         {"7f c2 80 ef bf bf", {0x7F, 0x80, 0xFFFF}},
+        // Lead bytes at the edges of each length class, each followed by a plain byte.
+        {"bf 41", {0xFFFD, 0x41}},                   // last continuation value
+        {"c0 80 41", {0x0000, 0x41}},                // first 2-byte lead
+        {"df bf 41", {0x07FF, 0x41}},                // last 2-byte lead
+        {"e0 a0 80 41", {0x0800, 0x41}},             // first 3-byte lead
+        {"ef bf bf 41", {0xFFFF, 0x41}},             // last 3-byte lead
+        {"f0 90 80 80 41", {0xD800, 0xDC00, 0x41}},  // first 4-byte lead
     };
     for (const auto &c : cases) {
         std::vector<uint8_t> raw = bytes(c.utf8);
