@@ -13,17 +13,8 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 build="$root/out/bench"
 results="$build/results"
 
-need=""
-dpkg -s libbenchmark-dev >/dev/null 2>&1 || need="$need libbenchmark-dev"
-command -v valgrind >/dev/null 2>&1 || need="$need valgrind"
-command -v addr2line >/dev/null 2>&1 || need="$need binutils"
-if [ -n "$need" ]; then
-    sudo=""
-    [ "$(id -u)" -eq 0 ] || sudo="sudo"
-    $sudo apt-get update
-    # shellcheck disable=SC2086
-    $sudo apt-get install -y $need
-fi
+. "$root/scripts/lib/packages.sh"
+ensure_packages libbenchmark-dev valgrind binutils
 
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DZOK_BUILD_BENCH=ON \
     -DZOK_BUILD_TESTS=OFF -DZOK_BUILD_TOOLS=OFF -DZOK_CHECK_ANDROID_HEADERS=OFF >/dev/null

@@ -14,16 +14,8 @@ set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
 
-need=(cmake ninja-build g++ googletest)
-missing=()
-for p in "${need[@]}"; do
-  dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "== installing: ${missing[*]}" >&2
-  apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" >/dev/null
-fi
+. scripts/lib/packages.sh
+ensure_packages cmake ninja-build g++ googletest
 
 if [ ! -f out/native/build.ninja ]; then
   # The Android header check is the test suite's business; the demo needs no Android headers.

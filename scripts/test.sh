@@ -11,6 +11,7 @@ set -euo pipefail
 
 top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
+. scripts/lib/packages.sh
 stages=("$@")
 [ ${#stages[@]} -gt 0 ] || stages=(native format coverage aarch64 asan tsan fuzz)
 
@@ -23,15 +24,7 @@ for s in "${stages[@]}"; do
     valgrind) need+=(valgrind) ;;
   esac
 done
-missing=()
-for p in "${need[@]}"; do
-  dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
-done
-if [ ${#missing[@]} -gt 0 ]; then
-  echo "== installing: ${missing[*]}"
-  apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" >/dev/null
-fi
+ensure_packages "${need[@]}"
 
 jobs=$(nproc)
 
