@@ -1,0 +1,1 @@
+target_link_libraries(capture_test PRIVATE zok_capture)
