@@ -2,7 +2,7 @@
 # through the emulator's command line under the cross build ('|' between words, empty when
 # native). They also call the daemon profile in-process.
 if(TARGET rilproxy-host)
-  add_dependencies(runner_test rilproxy-host rild-sim zok_rilproxy)
+  add_dependencies(runner_test rilproxy-host rild-sim rild-tap zok_rilproxy)
 else()
   target_compile_definitions(runner_test PRIVATE ZOK_RUNNER_NOT_BUILT)
 endif()
