@@ -16,6 +16,8 @@ need=(cmake ninja-build g++ googletest clang-format g++-aarch64-linux-gnu qemu-u
       android-libcutils-dev android-liblog-dev)
 for s in "${stages[@]}"; do
   case "$s" in
+    # The native suite checks the Wireshark dissector with tshark (skipped where it is missing).
+    native) need+=(tshark) ;;
     fuzz) need+=(clang libclang-rt-14-dev) ;;
     valgrind) need+=(valgrind) ;;
   esac

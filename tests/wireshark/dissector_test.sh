@@ -43,6 +43,13 @@ for name in demo more; do
   diff <(grep -v '^#' "$here/$name.fields") "$work/$name.fields" || fail "$name: decoded fields differ"
 done
 
+# Loaded from the personal plugin folder instead of -X lua_script.
+plugins=$work/home/.local/lib/wireshark/plugins
+mkdir -p "$plugins" && cp "$lua" "$plugins/"
+first=$(HOME=$work/home tshark -r "$work/demo.pcapng" -T fields -e _ws.col.Info -c 1 2>/dev/null)
+[ "$first" = "ZOKRIL_REQUEST_SETUP_DATA_CALL_TLV req serial 0x40000200" ] ||
+  fail "not loaded from the plugin folder: '$first'"
+
 # Broken frames, written by hand into a capture: each must end in error-level expert info (the
 # last, a packet without direction, in a warning), none in a dissector error.
 le32() { printf '%08x' "$1" | sed 's/\(..\)\(..\)\(..\)\(..\)/\4\3\2\1/'; }
