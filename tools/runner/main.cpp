@@ -95,10 +95,13 @@ const char kUsage[] =
     "2 bad options or script.\n";
 
 Options gOptions;
+capture::Writer *gCapture = nullptr;  // never destroyed: threads record until the very end
 
 // Ends the process without running destructors: the entity's threads keep running until the
 // very end and must not see the framework's objects destroyed under them.
 [[noreturn]] void finish(int status) {
+    // The entity's socket goes with the process: the capture says who closed it.
+    if (gCapture != nullptr) gCapture->writeClose(capture::Direction::ToDaemon);
     fflush(stdout);
     fflush(stderr);
     _exit(status);
@@ -391,15 +394,14 @@ int main(int argc, char **argv) {
     host_log_set_stderr(gOptions.quiet ? 0 : 1);
     vopa_host::set_delivery_listener(emitDelivery);
 
-    // Never destroyed, as the daemon below.
-    capture::Writer *capture = nullptr;
     if (!gOptions.capture.empty()) {
-        capture = new capture::Writer;
-        if (!capture->open(gOptions.capture, &error)) {
+        capture::Writer *writer = new capture::Writer;
+        if (!writer->open(gOptions.capture, &error)) {
             fprintf(stderr, "rilproxy-host: %s\n", error.c_str());
             finish(1);
         }
-        if (!gOptions.sim) startCaptureRelay(capture);
+        gCapture = writer;
+        if (!gOptions.sim) startCaptureRelay(gCapture);
     }
 
     // Never destroyed: it must outlive the entity, which ends the process when it goes.
@@ -408,7 +410,7 @@ int main(int argc, char **argv) {
         rild_sim::ProfileOptions options;
         options.name = entitySocketName();
         options.tlv = gOptions.tlv;
-        options.capture = capture;
+        options.capture = gCapture;
         options.format =
             gOptions.json ? rild_sim::OutputFormat::Json : rild_sim::OutputFormat::Text;
         try {
