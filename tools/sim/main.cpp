@@ -78,25 +78,26 @@ int main(int argc, char **argv) {
         return 2;
     }
     setenv("ANDROID_SOCKET_DIR", socketDir.c_str(), 1);
+    // The capture to replay is read before a capture is opened: they may be the same file.
+    rild_sim::Replay replay;
+    std::string error;
+    if (!replayPath.empty()) {
+        std::vector<capture::Packet> packets;
+        if (!capture::readFile(replayPath, &packets, &error) ||
+            !rild_sim::buildReplay(packets, &replay, &error)) {
+            fprintf(stderr, "rild-sim: %s\n", error.c_str());
+            return 2;
+        }
+    }
     capture::Writer capture;
     if (!capturePath.empty()) {
-        std::string error;
         if (!capture.open(capturePath, &error)) {
             fprintf(stderr, "rild-sim: %s\n", error.c_str());
             return 1;
         }
         options.capture = &capture;
     }
-
     if (!replayPath.empty()) {
-        std::vector<capture::Packet> packets;
-        rild_sim::Replay replay;
-        std::string error;
-        if (!capture::readFile(replayPath, &packets, &error) ||
-            !rild_sim::buildReplay(packets, &replay, &error)) {
-            fprintf(stderr, "rild-sim: %s\n", error.c_str());
-            return 2;
-        }
         return rild_sim::serveReplay(&replay, options.name, acceptTimeoutMs, options.capture);
     }
     try {
