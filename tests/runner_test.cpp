@@ -6,12 +6,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/bytes.h"
 #include "support/child_process.h"
 #include "support/socket_dir.h"
+#include "tools/capture/pcapng.h"
 #include "tools/runner/script.h"
 #include "tools/sim/profile.h"
 #include "wire_format.h"
@@ -167,6 +170,153 @@ TEST_F(RunnerTest, StandaloneRildSimServesAnEntityInAnotherProcess) {
          R"({"kind":"tx","type":"response","serial":512,"result":0,"sim_id":0,"length":24,)"
          R"("data":""})",
          R"({"kind":"rild","event":"connection closed by the entity"})"});
+}
+
+// Blocks until a tool in another process listens at `path`.
+void waitForSocket(const std::string &path) {
+    struct stat st;
+    for (int i = 0; i < 1000 && stat(path.c_str(), &st) != 0; i++) usleep(20000);
+    ASSERT_EQ(stat(path.c_str(), &st), 0) << "nobody listens on " << path;
+}
+
+// The events the entity delivered (JSON lines), without the daemon's lines.
+std::vector<std::string> deliveries(const Outcome &r) {
+    std::vector<std::string> out;
+    for (const std::string &line : r.outLines()) {
+        bool daemonLine = false;
+        for (const char *kind : {"rx", "tx", "rild"}) {
+            daemonLine |= line.rfind(std::string("{\"kind\":\"") + kind + "\"", 0) == 0;
+        }
+        if (!daemonLine) out.push_back(line);
+    }
+    return out;
+}
+
+std::vector<capture::Packet> readCapture(const std::string &path) {
+    std::vector<capture::Packet> packets;
+    std::string error;
+    EXPECT_TRUE(capture::readFile(path, &packets, &error)) << error;
+    return packets;
+}
+
+TEST_F(RunnerTest, ReplayOfTheDemoCaptureDeliversTheSameEvents) {
+    ScopedSocketDir dir;
+    const std::string demo = std::string(ZOK_SOURCE_DIR) + "/examples/demo.script";
+    const std::string cap = dir.path() + "/demo.pcapng";
+    Outcome original = runner({"--sim", "--quiet", "--format", "json", "--capture", cap, demo}, "");
+    ASSERT_EQ(original.exitCode(), 0) << original.err;
+
+    // The demo's framework side: the daemon's commands are the capture's business now, and the
+    // end of the run is the replayed close.
+    std::ifstream in(demo);
+    std::string line, script = "wait EVENT_RILPROXY_STATE_IND 20000\n";
+    while (std::getline(in, line)) {
+        if (line.rfind("sim unsol", 0) == 0) continue;
+        script += line.rfind("sim close", 0) == 0 ? "wait EVENT_RILPROXY_STATE_IND" : line;
+        script += "\n";
+    }
+    ChildProcess daemon(ZOK_RUNNER_EMULATOR, kTools + "rild-sim",
+                        {"--socket-dir", dir.path(), "--replay", cap, "--accept-timeout", "30000"});
+    waitForSocket(dir.path() + "/rild-zok");
+    Outcome replayed = runner({"--socket-dir", dir.path(), "--quiet", "--format", "json"}, script);
+    Outcome sim = daemon.wait();
+    EXPECT_EQ(replayed.exitCode(), 0) << replayed.err;
+    EXPECT_EQ(sim.exitCode(), 0) << sim.err;
+    EXPECT_EQ(sim.err, "") << "every request found its recorded answer";
+    // Ids and payload bytes, in order: set-up, P-CSCF, bearers, the unsolicited list, AT, close.
+    ASSERT_GE(deliveries(original).size(), 11u);
+    EXPECT_EQ(deliveries(replayed), deliveries(original));
+
+    // A request the capture lacks is refused (6) and reported.
+    ChildProcess again(ZOK_RUNNER_EMULATOR, kTools + "rild-sim",
+                       {"--socket-dir", dir.path(), "--replay", cap, "--accept-timeout", "30000"});
+    waitForSocket(dir.path() + "/rild-zok");
+    Outcome lacking = runner({"--socket-dir", dir.path(), "--quiet", "--format", "json"},
+                             "wait EVENT_RILPROXY_STATE_IND 20000\n"
+                             "post EVENT_RB_DM_HO_REQ 000102030405\n"
+                             "wait EVENT_HANDOVER_RESP\n");
+    Outcome refused = again.wait();
+    EXPECT_EQ(lacking.exitCode(), 0) << lacking.err;
+    expectInOrder(lacking.out, {R"({"kind":"reply","id":4053,"name":"EVENT_HANDOVER_RESP","to":1,)"
+                                R"("len":8,"data":"0600000000000000"})"});
+    EXPECT_EQ(refused.err,
+              "rild-sim: replay: HANDOVER(2112) serial 0x200 has no recorded answer left; "
+              "answered 6\n");
+}
+
+TEST_F(RunnerTest, TapChangesNothingAndRecordsWhatTheDaemonRecords) {
+    ScopedSocketDir dir;
+    const std::string script =
+        "wait EVENT_RILPROXY_STATE_IND 20000\n"
+        "post EVENT_SETUP_DATA_CALL_REQ size=704 str=256:ims i32=644:1 i32=648:2\n"
+        "wait EVENT_SETUP_DATA_CALL_RESP\n"
+        "post EVENT_DEACTIVATE_DATA_CALL_REQ size=8 i32=0:2\n"
+        "wait EVENT_DEACTIVATE_DATA_CALL_RESP\n"
+        "at 308 0 0x77 AT+CGDCONT?\\r\n"
+        "wait EVENT_RILPROXY_ATCMD_RESP\n";
+    const std::vector<std::string> simArgs = {"--socket-dir",     dir.path(), "--format", "json",
+                                              "--accept-timeout", "30000",    "--capture"};
+    const std::vector<std::string> entityArgs = {"--socket-dir", dir.path(), "--quiet", "--format",
+                                                 "json"};
+    // Without the tap; the runner's own capture goes through its in-process relay.
+    std::vector<std::string> args = simArgs;
+    args.push_back(dir.path() + "/direct.pcapng");
+    ChildProcess direct(ZOK_RUNNER_EMULATOR, kTools + "rild-sim", args);
+    waitForSocket(dir.path() + "/rild-zok");
+    args = entityArgs;
+    args.insert(args.end(), {"--capture", dir.path() + "/runner.pcapng"});
+    Outcome plain = runner(args, script);
+    ASSERT_EQ(direct.wait().exitCode(), 0);
+    ASSERT_EQ(plain.exitCode(), 0) << plain.err;
+
+    args = simArgs;
+    args.insert(args.end(), {dir.path() + "/sim.pcapng", "--name", "upstream"});
+    ChildProcess daemon(ZOK_RUNNER_EMULATOR, kTools + "rild-sim", args);
+    waitForSocket(dir.path() + "/upstream");
+    ChildProcess tap(ZOK_RUNNER_EMULATOR, kTools + "rild-tap",
+                     {"--socket-dir", dir.path(), "--listen", "rild-zok", "--upstream", "upstream",
+                      "--capture", dir.path() + "/tap.pcapng"});
+    waitForSocket(dir.path() + "/rild-zok");
+    Outcome tapped = runner(entityArgs, script);
+    Outcome tapOutcome = tap.wait();
+    EXPECT_EQ(daemon.wait().exitCode(), 0);
+    EXPECT_EQ(tapped.exitCode(), 0) << tapped.err;
+    EXPECT_EQ(tapOutcome.exitCode(), 0) << tapOutcome.err;
+    ASSERT_GE(deliveries(plain).size(), 5u);
+    EXPECT_EQ(deliveries(tapped), deliveries(plain));
+
+    // Frames and directions, not times: requests and answers, then the entity's close.
+    std::vector<capture::Packet> atDaemon = readCapture(dir.path() + "/sim.pcapng");
+    ASSERT_EQ(atDaemon.size(), 9u);
+    EXPECT_TRUE(atDaemon.back().isClose());
+    EXPECT_EQ(atDaemon.back().direction, capture::Direction::ToDaemon);
+    for (const char *other : {"/tap.pcapng", "/direct.pcapng", "/runner.pcapng"}) {
+        SCOPED_TRACE(other);
+        std::vector<capture::Packet> packets = readCapture(dir.path() + other);
+        ASSERT_EQ(packets.size(), atDaemon.size());
+        for (size_t i = 0; i < atDaemon.size(); i++) {
+            EXPECT_EQ(packets[i].direction, atDaemon[i].direction) << i;
+            EXPECT_EQ(hex(packets[i].frame), hex(atDaemon[i].frame)) << i;
+        }
+    }
+}
+
+// Commands run as their lines arrive: a bad line or a failed wait is reported and the rest runs.
+TEST_F(RunnerTest, InteractiveReportsBadLinesAndGoesOn) {
+    Outcome r = runner({"--sim", "--interactive", "--quiet", "--format", "json"},
+                       "post EVENT_RADIO_POWER_REQ i32=0:1\n"
+                       "bogus 1\n"
+                       "wait EVENT_RADIO_POWER_RESP\n"
+                       "wait EVENT_RADIO_POWER_RESP 200\n"
+                       "post EVENT_DEACTIVATE_DATA_CALL_REQ size=8 i32=0:5\n"
+                       "wait EVENT_DEACTIVATE_DATA_CALL_RESP\n");
+    EXPECT_EQ(r.exitCode(), 0) << r.err;
+    expectInOrder(r.err,
+                  {"rilproxy-host: <stdin>: line 2: unknown command 'bogus'\n",
+                   "rilproxy-host: line 4: wait 4034 (EVENT_RADIO_POWER_RESP): nothing delivered "
+                   "within 200 ms\n"},
+                  false);
+    expectInOrder(r.out, {R"({"kind":"reply","id":4034,*)", R"({"kind":"reply","id":4006,*)"});
 }
 
 rild_sim::RequestFrame request(int32_t id, const std::string &payloadHex = "") {

@@ -19,13 +19,16 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "rilproxy.h"
+#include "tools/capture/pcapng.h"
 #include "tools/runner/script.h"
 #include "tools/runner/summary.h"
 #include "tools/sim/output.h"
 #include "tools/sim/profile.h"
+#include "tools/tap/relay.h"
 #include "vopa_host.h"
 
 #ifndef ZOK_RUNNER_DEFAULT_LIB
@@ -49,6 +52,8 @@ struct Options {
     int propVer = 1;
     bool json = false;
     bool quiet = false;
+    bool interactive = false;
+    std::string capture;
     std::string script;  // empty or "-": standard input
 };
 
@@ -68,6 +73,9 @@ const char kUsage[] =
     "  --prop-ver N        the framework's zok_prop_ver (default 1)\n"
     "  --format text|json  output format (default text)\n"
     "  --quiet             no entity log lines on stderr\n"
+    "  --capture FILE      record every frame on the RIL socket (pcapng, docs/capture.md)\n"
+    "  --interactive       run each command as its line arrives on standard input; a bad\n"
+    "                      line or a failed wait is reported on stderr and the run goes on\n"
     "  --help              this text\n"
     "\n"
     "commands (one per line; '#' starts a comment):\n"
@@ -87,10 +95,13 @@ const char kUsage[] =
     "2 bad options or script.\n";
 
 Options gOptions;
+capture::Writer *gCapture = nullptr;  // never destroyed: threads record until the very end
 
 // Ends the process without running destructors: the entity's threads keep running until the
 // very end and must not see the framework's objects destroyed under them.
 [[noreturn]] void finish(int status) {
+    // The entity's socket goes with the process: the capture says who closed it.
+    if (gCapture != nullptr) gCapture->writeClose(capture::Direction::ToDaemon);
     fflush(stdout);
     fflush(stderr);
     _exit(status);
@@ -168,6 +179,10 @@ void parseOptions(int argc, char **argv) {
             gOptions.json = f == "json";
         } else if (arg == "--quiet") {
             gOptions.quiet = true;
+        } else if (arg == "--capture") {
+            gOptions.capture = value();
+        } else if (arg == "--interactive") {
+            gOptions.interactive = true;
         } else if (arg.size() > 1 && arg[0] == '-') {
             usageError("unknown option " + arg);
         } else if (gOptions.script.empty()) {
@@ -207,6 +222,12 @@ std::string entitySocketName() {
     finish(1);
 }
 
+// A failed command ends a script; an interactive harness hears about it and decides itself.
+void commandFailed(const runner::Command &c, const std::string &message) {
+    if (!gOptions.interactive) runFailure(c, message);
+    fprintf(stderr, "rilproxy-host: line %d: %s\n", c.line, message.c_str());
+}
+
 void post(const runner::Command &c, event_id_t id, const void *data, size_t len) {
     if (!gOptions.json) {
         tool_output::writeLine(std::string("fw -> ") + event_get_name(id) + "(" +
@@ -214,69 +235,118 @@ void post(const runner::Command &c, event_id_t id, const void *data, size_t len)
                                std::to_string(len) + " bytes");
     }
     if (!vopa_host::post(TASK_ID_RILPROXY, id, data, static_cast<int>(len), c.from)) {
-        runFailure(c, "the entity's task does not take events");
+        commandFailed(c, "the entity's task does not take events");
     }
 }
 
-void run(const std::vector<runner::Command> &commands, rild_sim::SimProfile *daemon) {
-    std::map<int32_t, uint64_t> lastSeen;  // per event id: the delivery the last wait consumed
-    for (const runner::Command &c : commands) {
-        switch (c.kind) {
-            case runner::Command::Post:
-                post(c, c.id, c.payload.data(), c.payload.size());
-                break;
-            case runner::Command::Connect:
-                post(c, EVENT_RILPROXY_CONNECT, c.payload.data(), c.payload.size());
-                break;
-            case runner::Command::Disconnect:
-                post(c, EVENT_RILPROXY_DISCONNECT, nullptr, 0);
-                break;
-            case runner::Command::At: {
-                // The record carries a pointer to the text, read by the entity's task thread
-                // after this returns: the copy lives as long as the process.
-                AtCommandRequest request;
-                memset(&request, 0, sizeof(request));
-                request.token = reinterpret_cast<void *>(static_cast<uintptr_t>(c.token));
-                request.channel = c.channel;
-                request.sim_id = c.simId;
-                request.command = strdup(c.text.c_str());
-                post(c, EVENT_RILPROXY_ATCMD_REQ, &request, sizeof(request));
+std::map<int32_t, uint64_t> gLastSeen;  // per event id: the delivery the last wait consumed
+
+void runCommand(const runner::Command &c, rild_sim::SimProfile *daemon) {
+    switch (c.kind) {
+        case runner::Command::Post:
+            post(c, c.id, c.payload.data(), c.payload.size());
+            break;
+        case runner::Command::Connect:
+            post(c, EVENT_RILPROXY_CONNECT, c.payload.data(), c.payload.size());
+            break;
+        case runner::Command::Disconnect:
+            post(c, EVENT_RILPROXY_DISCONNECT, nullptr, 0);
+            break;
+        case runner::Command::At: {
+            // The record carries a pointer to the text, read by the entity's task thread
+            // after this returns: the copy lives as long as the process.
+            AtCommandRequest request;
+            memset(&request, 0, sizeof(request));
+            request.token = reinterpret_cast<void *>(static_cast<uintptr_t>(c.token));
+            request.channel = c.channel;
+            request.sim_id = c.simId;
+            request.command = strdup(c.text.c_str());
+            post(c, EVENT_RILPROXY_ATCMD_REQ, &request, sizeof(request));
+            break;
+        }
+        case runner::Command::Prop:
+            if (property_set(c.key.c_str(), c.text.c_str()) != 0) {
+                commandFailed(c, "cannot set property " + c.key);
+            }
+            break;
+        case runner::Command::Wait: {
+            vopa_host::Delivery d;
+            if (!vopa_host::wait_for_id(c.id, c.timeoutMs, &d, gLastSeen[c.id])) {
+                commandFailed(c, std::string("wait ") + std::to_string(c.id) + " (" +
+                                     event_get_name(c.id) + "): nothing delivered within " +
+                                     std::to_string(c.timeoutMs) + " ms");
                 break;
             }
-            case runner::Command::Prop:
-                if (property_set(c.key.c_str(), c.text.c_str()) != 0) {
-                    runFailure(c, "cannot set property " + c.key);
-                }
-                break;
-            case runner::Command::Wait: {
-                vopa_host::Delivery d;
-                if (!vopa_host::wait_for_id(c.id, c.timeoutMs, &d, lastSeen[c.id])) {
-                    runFailure(c, std::string("wait ") + std::to_string(c.id) + " (" +
-                                      event_get_name(c.id) + "): nothing delivered within " +
-                                      std::to_string(c.timeoutMs) + " ms");
-                }
-                lastSeen[c.id] = d.seq;
-                break;
-            }
-            case runner::Command::Sleep:
-                usleep(static_cast<useconds_t>(c.timeoutMs) * 1000);
-                break;
-            case runner::Command::SimUnsol:
-                daemon->sendUnsolicited(c.id, c.payload);
-                break;
-            case runner::Command::SimFail:
-                daemon->failRequest(c.id, c.result);
-                break;
-            case runner::Command::SimClose:
-                daemon->closeClient();
-                // The entity's teardown ends this process; getting past the sleep means it did
-                // not.
-                usleep(kTeardownTimeoutMs * 1000);
-                runFailure(c, "the entity did not end the process after the daemon closed");
-            case runner::Command::Quit:
-                finish(0);
+            gLastSeen[c.id] = d.seq;
+            break;
+        }
+        case runner::Command::Sleep:
+            usleep(static_cast<useconds_t>(c.timeoutMs) * 1000);
+            break;
+        case runner::Command::SimUnsol:
+            daemon->sendUnsolicited(c.id, c.payload);
+            break;
+        case runner::Command::SimFail:
+            daemon->failRequest(c.id, c.result);
+            break;
+        case runner::Command::SimClose:
+            daemon->closeClient();
+            // The entity's teardown ends this process; getting past the sleep means it did
+            // not.
+            usleep(kTeardownTimeoutMs * 1000);
+            runFailure(c, "the entity did not end the process after the daemon closed");
+        case runner::Command::Quit:
+            finish(0);
+    }
+}
+
+// Each line runs as it arrives, so a harness can post, wait for an event and react to it.
+void runInteractive(rild_sim::SimProfile *daemon) {
+    std::string line;
+    int lineNo = 0;
+    while (std::getline(std::cin, line)) {
+        lineNo++;
+        runner::Command c;
+        std::string error;
+        if (runner::parseCommand(line, lineNo, daemon != nullptr, &c, &error)) {
+            runCommand(c, daemon);
+        } else if (!error.empty()) {
+            fprintf(stderr, "rilproxy-host: <stdin>: %s\n", error.c_str());
         }
     }
+}
+
+// Without --sim the entity's socket is served by an in-process tap that records the session:
+// the entity connects in a private directory, the tap connects on to the daemon where the entity
+// would otherwise have gone.
+void startCaptureRelay(capture::Writer *writer) {
+    const char *env = getenv("ANDROID_SOCKET_DIR");
+    const std::string upstream =
+        std::string(env != nullptr && env[0] != '\0' ? env : "/dev/socket") + "/" +
+        entitySocketName();
+    const char *tmp = getenv("TMPDIR");
+    std::string dir = std::string(tmp && tmp[0] ? tmp : "/tmp") + "/zok-tap-XXXXXX";
+    std::string error;
+    int listener = -1;
+    if (mkdtemp(&dir[0]) == nullptr ||
+        (listener = tap::listenAt(dir + "/" + entitySocketName(), &error)) < 0) {
+        fprintf(stderr, "rilproxy-host: cannot set up the capture relay %s\n", error.c_str());
+        finish(1);
+    }
+    setenv("ANDROID_SOCKET_DIR", dir.c_str(), 1);
+    std::thread([=] {
+        int entity = tap::acceptOne(listener);
+        close(listener);
+        unlink((dir + "/" + entitySocketName()).c_str());
+        rmdir(dir.c_str());
+        std::string why;
+        int daemon = tap::connectTo(upstream, &why);
+        if (entity < 0 || daemon < 0) {
+            fprintf(stderr, "rilproxy-host: capture relay: %s\n", why.c_str());
+            finish(1);
+        }
+        tap::relay(entity, daemon, writer);
+    }).detach();
 }
 
 }  // namespace
@@ -285,7 +355,11 @@ int main(int argc, char **argv) {
     parseOptions(argc, argv);
     std::vector<runner::Command> commands;
     std::string error;
-    if (!runner::parseScript(readScript(), gOptions.sim, &commands, &error)) {
+    if (gOptions.interactive) {
+        if (!gOptions.script.empty() && gOptions.script != "-") {
+            usageError("--interactive reads its commands from standard input");
+        }
+    } else if (!runner::parseScript(readScript(), gOptions.sim, &commands, &error)) {
         fprintf(stderr, "rilproxy-host: %s: %s\n",
                 gOptions.script.empty() ? "<stdin>" : gOptions.script.c_str(), error.c_str());
         finish(2);
@@ -320,12 +394,23 @@ int main(int argc, char **argv) {
     host_log_set_stderr(gOptions.quiet ? 0 : 1);
     vopa_host::set_delivery_listener(emitDelivery);
 
+    if (!gOptions.capture.empty()) {
+        capture::Writer *writer = new capture::Writer;
+        if (!writer->open(gOptions.capture, &error)) {
+            fprintf(stderr, "rilproxy-host: %s\n", error.c_str());
+            finish(1);
+        }
+        gCapture = writer;
+        if (!gOptions.sim) startCaptureRelay(gCapture);
+    }
+
     // Never destroyed: it must outlive the entity, which ends the process when it goes.
     rild_sim::SimProfile *daemon = nullptr;
     if (gOptions.sim) {
         rild_sim::ProfileOptions options;
         options.name = entitySocketName();
         options.tlv = gOptions.tlv;
+        options.capture = gCapture;
         options.format =
             gOptions.json ? rild_sim::OutputFormat::Json : rild_sim::OutputFormat::Text;
         try {
@@ -376,6 +461,10 @@ int main(int argc, char **argv) {
             rmdir(gOptions.socketDir.c_str());
         }
     }
-    run(commands, daemon);
+    if (gOptions.interactive) {
+        runInteractive(daemon);
+    } else {
+        for (const runner::Command &c : commands) runCommand(c, daemon);
+    }
     finish(0);
 }

@@ -419,6 +419,23 @@ bool parseEventId(const std::string &token, int32_t *out) {
     return false;
 }
 
+bool parseCommand(const std::string &line, int lineNo, bool withSim, Command *out,
+                  std::string *error) {
+    error->clear();
+    std::vector<Token> tokens = tokenize(line);
+    if (tokens.empty()) return false;
+    Command c;
+    c.kind = Command::Quit;
+    c.line = lineNo;
+    std::string why;
+    if (!parseLine(line, tokens, withSim, &c, &why)) {
+        *error = "line " + std::to_string(lineNo) + ": " + why;
+        return false;
+    }
+    *out = c;
+    return true;
+}
+
 bool parseScript(const std::string &text, bool withSim, std::vector<Command> *out,
                  std::string *error) {
     out->clear();
@@ -429,17 +446,12 @@ bool parseScript(const std::string &text, bool withSim, std::vector<Command> *ou
         std::string line = text.substr(pos, nl == std::string::npos ? std::string::npos : nl - pos);
         pos = nl == std::string::npos ? text.size() : nl + 1;
         lineNo++;
-        std::vector<Token> tokens = tokenize(line);
-        if (tokens.empty()) continue;
         Command c;
-        c.kind = Command::Quit;
-        c.line = lineNo;
-        std::string why;
-        if (!parseLine(line, tokens, withSim, &c, &why)) {
-            *error = "line " + std::to_string(lineNo) + ": " + why;
+        if (parseCommand(line, lineNo, withSim, &c, error)) {
+            out->push_back(c);
+        } else if (!error->empty()) {
             return false;
         }
-        out->push_back(c);
     }
     return true;
 }

@@ -45,6 +45,11 @@ struct Command {
 // A numeric event id, or a name the framework knows (EVENT_SETUP_DATA_CALL_REQ).
 bool parseEventId(const std::string &token, int32_t *out);
 
+// One line of a script, numbered `lineNo` in the error text. False for a blank or comment line
+// with `error` left empty.
+bool parseCommand(const std::string &line, int lineNo, bool withSim, Command *out,
+                  std::string *error);
+
 // `withSim`: whether `sim ...` commands are allowed (the runner started its own daemon).
 bool parseScript(const std::string &text, bool withSim, std::vector<Command> *out,
                  std::string *error);

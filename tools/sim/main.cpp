@@ -12,17 +12,19 @@
 #include <string>
 
 #include "tools/sim/profile.h"
+#include "tools/sim/replay.h"
 
 namespace {
 
 void usage(FILE *to) {
-    fprintf(
-        to,
-        "usage: rild-sim --socket-dir DIR [--name NAME] [--tlv] [--format text|json]\n"
-        "                [--accept-timeout MS]\n"
-        "Listens on DIR/NAME (default rild-zok), answers one entity's requests with the\n"
-        "built-in profile, prints every frame on stdout, and exits 0 when the entity\n"
-        "disconnects (1 when no entity came within --accept-timeout, default: wait for ever).\n");
+    fprintf(to,
+            "usage: rild-sim --socket-dir DIR [--name NAME] [--tlv] [--format text|json]\n"
+            "                [--accept-timeout MS] [--capture FILE] [--replay FILE]\n"
+            "Listens on DIR/NAME (default rild-zok), answers one entity's requests with the\n"
+            "built-in profile, prints every frame on stdout, and exits 0 when the entity\n"
+            "disconnects (1 when no entity came within --accept-timeout, default: wait for ever).\n"
+            "--capture FILE records every frame of the session (pcapng); --replay FILE answers\n"
+            "with the daemon's side of a capture instead of the built-in profile.\n");
 }
 
 }  // namespace
@@ -31,6 +33,7 @@ int main(int argc, char **argv) {
     rild_sim::ProfileOptions options;
     std::string socketDir;
     int acceptTimeoutMs = 0;
+    std::string capturePath, replayPath;
     for (int i = 1; i < argc; i++) {
         std::string arg = argv[i];
         bool hasValue = i + 1 < argc;
@@ -53,6 +56,10 @@ int main(int argc, char **argv) {
                 fprintf(stderr, "rild-sim: unknown format '%s'\n", f.c_str());
                 return 2;
             }
+        } else if (arg == "--capture" && hasValue) {
+            capturePath = argv[++i];
+        } else if (arg == "--replay" && hasValue) {
+            replayPath = argv[++i];
         } else if (arg == "--accept-timeout" && hasValue) {
             acceptTimeoutMs = atoi(argv[++i]);
         } else {
@@ -71,7 +78,28 @@ int main(int argc, char **argv) {
         return 2;
     }
     setenv("ANDROID_SOCKET_DIR", socketDir.c_str(), 1);
-
+    // The capture to replay is read before a capture is opened: they may be the same file.
+    rild_sim::Replay replay;
+    std::string error;
+    if (!replayPath.empty()) {
+        std::vector<capture::Packet> packets;
+        if (!capture::readFile(replayPath, &packets, &error) ||
+            !rild_sim::buildReplay(packets, &replay, &error)) {
+            fprintf(stderr, "rild-sim: %s\n", error.c_str());
+            return 2;
+        }
+    }
+    capture::Writer capture;
+    if (!capturePath.empty()) {
+        if (!capture.open(capturePath, &error)) {
+            fprintf(stderr, "rild-sim: %s\n", error.c_str());
+            return 1;
+        }
+        options.capture = &capture;
+    }
+    if (!replayPath.empty()) {
+        return rild_sim::serveReplay(&replay, options.name, acceptTimeoutMs, options.capture);
+    }
     try {
         rild_sim::SimProfile daemon(options);
         daemon.setAcceptTimeout(acceptTimeoutMs);

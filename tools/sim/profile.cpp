@@ -575,6 +575,7 @@ void SimProfile::serve() {
             RequestFrame request;
             if (!mSim.readRequest(&request, kFrameReadTimeoutMs)) {
                 note("connection closed by the entity");
+                if (mOptions.capture) mOptions.capture->writeClose(capture::Direction::ToDaemon);
                 endSession();
                 return;
             }
@@ -595,6 +596,7 @@ void SimProfile::runCommands() {
         }
         if (command.kind == Command::Close) {
             note("closing the connection");
+            if (mOptions.capture) mOptions.capture->writeClose(capture::Direction::ToEntity);
             endSession();
             return;
         }
@@ -605,6 +607,9 @@ void SimProfile::runCommands() {
 void SimProfile::handleRequest(const RequestFrame &request) {
     // A daemon answers on the SIM slot the request came for.
     mSimId = request.sim_id;
+    if (mOptions.capture) {
+        mOptions.capture->write(capture::Direction::ToDaemon, requestFrameBytes(request));
+    }
     const std::string data = tool_output::hexLower(request.payload);
     if (mOptions.format == OutputFormat::Json) {
         emit("{\"kind\":\"rx\",\"request_id\":" + std::to_string(request.request_id) +
@@ -649,10 +654,7 @@ void SimProfile::handleRequest(const RequestFrame &request) {
              std::to_string(answer.result) + ", " + std::to_string(answer.payload.size()) +
              " bytes: " + answer.summary);
     }
-    if (!mSim.writeRaw(frame)) {
-        note("write failed");
-        endSession();
-    }
+    sendFrame(frame);
 }
 
 void SimProfile::sendUnsolicitedNow(int32_t id, const std::vector<uint8_t> &payload) {
@@ -667,6 +669,13 @@ void SimProfile::sendUnsolicitedNow(int32_t id, const std::vector<uint8_t> &payl
         emit(std::string("rild -> unsol ") + unsolicitedName(id) + "(" + std::to_string(id) +
              ") sim " + std::to_string(mSimId) + ", " + std::to_string(payload.size()) + " bytes");
     }
+    sendFrame(frame);
+}
+
+void SimProfile::sendFrame(const std::vector<uint8_t> &frame) {
+    // Recorded before it goes out, so the capture never shows the entity reacting to a frame
+    // ahead of the frame itself.
+    if (mOptions.capture) mOptions.capture->write(capture::Direction::ToEntity, frame);
     if (!mSim.writeRaw(frame)) {
         note("write failed");
         endSession();

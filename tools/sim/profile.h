@@ -29,6 +29,7 @@
 #include <thread>
 #include <vector>
 
+#include "tools/capture/pcapng.h"
 #include "tools/sim/rild_sim.h"
 
 namespace rild_sim {
@@ -41,6 +42,8 @@ struct ProfileOptions {
     OutputFormat format = OutputFormat::Text;
     // Receives each printed line without its "\n"; null prints to standard output.
     std::function<void(const std::string &)> out;
+    // Records every frame of the session and the close, when set; not owned.
+    capture::Writer *capture = nullptr;
 };
 
 // What the profile answers to one request.
@@ -106,6 +109,7 @@ private:
     void emit(const std::string &line);
     void note(const std::string &event);  // connection events: accepted, closed, ...
     void sendUnsolicitedNow(int32_t id, const std::vector<uint8_t> &payload);
+    void sendFrame(const std::vector<uint8_t> &frame);
     void endSession();
 
     ProfileOptions mOptions;

@@ -81,6 +81,18 @@ std::vector<uint8_t> unsolicitedFrame(int32_t id, const std::vector<uint8_t> &pa
                       featureHeader);
 }
 
+std::vector<uint8_t> requestFrameBytes(const RequestFrame &request) {
+    std::vector<uint8_t> frame;
+    putWord(&frame, htonl(static_cast<uint32_t>(RIL_REQ_HEADER_WORDS_AFTER_LENGTH +
+                                                request.payload.size())));
+    putWord(&frame, RIL_REQ_FEATURE_HEADER_SIZE);
+    putWord(&frame, static_cast<uint32_t>(request.sim_id));
+    putWord(&frame, static_cast<uint32_t>(request.request_id));
+    putWord(&frame, request.serial);
+    frame.insert(frame.end(), request.payload.begin(), request.payload.end());
+    return frame;
+}
+
 RildSim::RildSim(const std::string &name) {
     const char *dir = getenv("ANDROID_SOCKET_DIR");
     mPath = std::string(dir != nullptr && dir[0] != '\0' ? dir : ANDROID_SOCKET_DIR) + "/" + name;

@@ -40,6 +40,8 @@ std::vector<uint8_t> responseFrame(uint32_t serial, int32_t result,
                                    const std::vector<uint32_t> &featureHeader = {});
 std::vector<uint8_t> unsolicitedFrame(int32_t id, const std::vector<uint8_t> &payload,
                                       const std::vector<uint32_t> &featureHeader = {});
+// The bytes of a request frame as the entity wrote them (readRequest takes only 4-byte headers).
+std::vector<uint8_t> requestFrameBytes(const RequestFrame &request);
 
 class RildSim {
 public:

@@ -1,0 +1,92 @@
+#!/usr/bin/env bash
+# The Wireshark dissector on captures the suite makes: the demo and more_frames.script, recorded
+# by rilproxy-host --capture. Every frame is named, nothing is malformed or warned about, and the
+# decoded fields equal the reviewed dumps beside this script; broken frames become expert info,
+# never a Lua error. Exit 77 (skipped) without tshark.
+#
+#   dissector_test.sh TOOLS_DIR SOURCE_DIR WORK_DIR
+set -euo pipefail
+tools=$1 src=$2 work=$3
+command -v tshark >/dev/null || { echo "tshark not installed: skipped"; exit 77; }
+lua=$src/tools/wireshark/zok_ril.lua
+here=$src/tests/wireshark
+rm -rf "$work" && mkdir -p "$work"
+fail() { echo "FAIL: $*" >&2; exit 1; }
+
+# -2: the second pass links requests to their responses as well as responses to requests.
+ts() { tshark -2 -X lua_script:"$lua" -r "$@" 2>"$work/tshark.err" || fail "tshark: $(cat "$work/tshark.err")"; }
+
+fields=(frame.number zokril.response_in zokril.request_in zokril.string zokril.int32
+        zokril.dc.version zokril.dc.cid zokril.dc.gateways zokril.dc.mtu zokril.dc.concatenate_num
+        zokril.dc.default_ddc_id zokril.dc.eran_type zokril.bearer.cid zokril.bearer.pcscf
+        zokril.qos zokril.pf.address zokril.tft.linked_pf zokril.tft.token zokril.tft.flow_id
+        zokril.dc.pcscf zokril.at.text zokril.fail_cause zokril.tlv_serial zokril.close)
+named='^[0-9]+	((RIL|ZOKRIL)_[A-Z0-9_]+ (req serial 0x[0-9a-f]+|resp serial 0x[0-9a-f]+ ZOKRIL_E_[A-Z_]+|unsol)|close by (daemon|entity))$'
+
+for name in demo more; do
+  script=$src/examples/demo.script
+  [ "$name" = demo ] || script=$here/more_frames.script
+  "$tools/rilproxy-host" --sim --quiet --capture "$work/$name.pcapng" "$script" >"$work/$name.out" ||
+    fail "$name run"
+  cap=$work/$name.pcapng
+  ts "$cap" -T fields -e frame.number -e _ws.col.Info >"$work/$name.info"
+  bad=$(grep -Evc "$named" "$work/$name.info" || true)
+  [ "$bad" = 0 ] || fail "$name: frames not decoded by name: $(grep -Ev "$named" "$work/$name.info")"
+  # Notes (a refused TLV request, the close) are fine; warnings and errors are not.
+  ts "$cap" -Y '_ws.malformed || _ws.expert.severity >= 0x600000' -T fields -e frame.number \
+    -e _ws.expert.message >"$work/$name.bad"
+  [ ! -s "$work/$name.bad" ] || fail "$name: malformed or warned: $(cat "$work/$name.bad")"
+  args=()
+  for f in "${fields[@]}"; do args+=(-e "$f"); done
+  ts "$cap" -T fields -E separator='|' -E occurrence=a -E aggregator=, "${args[@]}" \
+    >"$work/$name.fields"
+  diff <(grep -v '^#' "$here/$name.fields") "$work/$name.fields" || fail "$name: decoded fields differ"
+done
+
+# Loaded from the personal plugin folder instead of -X lua_script.
+plugins=$work/home/.local/lib/wireshark/plugins
+mkdir -p "$plugins" && cp "$lua" "$plugins/"
+first=$(HOME=$work/home tshark -r "$work/demo.pcapng" -T fields -e _ws.col.Info -c 1 2>/dev/null)
+[ "$first" = "ZOKRIL_REQUEST_SETUP_DATA_CALL_TLV req serial 0x40000200" ] ||
+  fail "not loaded from the plugin folder: '$first'"
+
+# Broken frames, written by hand into a capture: each must end in error-level expert info (the
+# last, a packet without direction, in a warning), none in a dissector error.
+le32() { printf '%08x' "$1" | sed 's/\(..\)\(..\)\(..\)\(..\)/\4\3\2\1/'; }
+epb() {  # FLAGS FRAME_HEX: an Enhanced Packet Block with its epb_flags option
+  local n=$((${#2} / 2)) pad total
+  pad=$(((4 - n % 4) % 4))
+  total=$((44 + n + pad))
+  printf '%s' "06000000$(le32 $total)000000000000000000000000$(le32 $n)$(le32 $n)$2"
+  for ((i = 0; i < pad; i++)); do printf 00; done
+  printf '%s' "02000400$(le32 "$1")00000000$(le32 $total)"
+}
+broken=(  # direction flags (2 outbound, 1 inbound, 0 none), then the frame's words
+  "2 00000020 04000000 00000000 17000000 00020000"  # length word says 32, 16 follow
+  "2 00000010 08000000 00000000 29000000 00030000"  # a request with header size 8
+  # 6002, version 11, one entry whose type String16 announces 6 units and holds 2
+  "1 0000002c 00000000 01000000 72170000 0b000000 01000000 00000000 ffffffff 01000000 02000000 06000000 49005000"
+  "1 00000008 00000000 02000000"                    # frame type 2
+  "1 00000010 00000000 01000000 d60b0000 ffffff7f"  # 2^31-1 bearers in four bytes
+  "1 0000000c 00010000 00000000 00000000"           # header size beyond the frame
+  "1 000000"                                        # no room for a header
+  "0 00000010 04000000 00000000 29000000 00040000"  # no direction: guessed from the header
+)
+hexfile=0a0d0d0a1c0000004d3c2b1a01000000ffffffffffffffff1c000000
+hexfile+=0100000014000000930000000000000014000000
+for b in "${broken[@]}"; do
+  words=${b#* }
+  hexfile+=$(epb "${b%% *}" "${words// /}")
+done
+printf "$(printf '%s' "$hexfile" | sed 's/../\\x&/g')" >"$work/broken.pcapng"
+ts "$work/broken.pcapng" -T fields -e frame.number -e _ws.expert.severity \
+  -e zokril.dissector_error >"$work/broken.experts"
+[ "$(wc -l <"$work/broken.experts")" = "${#broken[@]}" ] || fail "broken: $(cat "$work/broken.experts")"
+grep -q 'Lua' "$work/tshark.err" && fail "broken: Lua error: $(cat "$work/tshark.err")"
+while IFS=$'\t' read -r number severities error; do
+  [ -z "$error" ] || fail "broken frame $number: dissector error $error"
+  want=8388608
+  [ "$number" != "${#broken[@]}" ] || want=6291456
+  case ",$severities," in *",$want,"*) ;; *) fail "broken frame $number: severities $severities" ;; esac
+done <"$work/broken.experts"
+echo "dissector: demo and more_frames decoded as reviewed; ${#broken[@]} broken frames reported"

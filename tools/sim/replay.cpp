@@ -1,0 +1,186 @@
+// Replay of a capture's daemon side: built once from the packets, then served on the caller's
+// thread (single-threaded: one poll loop for the entity's requests and the timed frames).
+#include "tools/sim/replay.h"
+
+#include <poll.h>
+#include <stdio.h>
+#include <string.h>
+#include <time.h>
+
+#include <algorithm>
+#include <memory>
+#include <stdexcept>
+
+#include "tools/sim/output.h"
+#include "tools/sim/profile.h"
+#include "tools/sim/rild_sim.h"
+#include "wire_format.h"
+
+namespace rild_sim {
+
+namespace {
+
+constexpr int kFrameReadTimeoutMs = 5000;
+
+uint32_t wordAt(const std::vector<uint8_t> &frame, size_t offset) {
+    uint32_t w;
+    memcpy(&w, frame.data() + offset, 4);
+    return w;
+}
+
+// Offset of a daemon frame's type word, or 0 when the frame cannot hold it.
+size_t typeOffset(const std::vector<uint8_t> &frame) {
+    if (frame.size() < 12) return 0;
+    uint32_t h = wordAt(frame, 4);
+    if (h > frame.size() - 12) return 0;
+    return 8 + h;
+}
+
+uint64_t monotonicUs() {
+    timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<uint64_t>(ts.tv_sec) * 1000000u + static_cast<uint64_t>(ts.tv_nsec) / 1000;
+}
+
+std::string hex32(uint32_t v) {
+    char text[16];
+    snprintf(text, sizeof(text), "0x%x", v);
+    return text;
+}
+
+}  // namespace
+
+bool buildReplay(const std::vector<capture::Packet> &packets, Replay *out, std::string *error) {
+    *out = Replay();
+    std::map<uint32_t, Replay::Exchange *> waiting;  // by serial
+    Replay::Exchange *last = nullptr;
+    uint64_t lastTs = packets.empty() ? 0 : packets.front().timestampUs;
+    for (size_t i = 0; i < packets.size(); i++) {
+        const capture::Packet &p = packets[i];
+        const std::string where = "packet " + std::to_string(i + 1);
+        if (p.direction == capture::Direction::ToDaemon) {
+            if (p.isClose()) continue;  // the live entity closes on its own
+            if (p.frame.size() < RIL_REQ_HEADER_SIZE) {
+                *error = where + ": request frame too short";
+                return false;
+            }
+            auto &queue = out->byRequest[static_cast<int32_t>(wordAt(p.frame, 12))];
+            queue.emplace_back();  // a deque keeps the addresses of its elements
+            last = &queue.back();
+            waiting[wordAt(p.frame, 16)] = last;
+            lastTs = p.timestampUs;
+            continue;
+        }
+        const uint64_t offset = p.timestampUs > lastTs ? p.timestampUs - lastTs : 0;
+        size_t type = p.isClose() ? 0 : typeOffset(p.frame);
+        if (!p.isClose() && type == 0) {
+            *error = where + ": daemon frame too short";
+            return false;
+        }
+        if (type != 0 && wordAt(p.frame, type) == RIL_RESP_TYPE_SOLICITED &&
+            p.frame.size() >= type + 12) {
+            auto it = waiting.find(wordAt(p.frame, type + 4));
+            if (it != waiting.end()) {
+                it->second->response = p.frame;
+                waiting.erase(it);
+                continue;
+            }
+        }
+        // Unsolicited frames, answers to nothing and the close keep their time after the request.
+        (last ? last->after : out->atConnect).push_back(Replay::Timed{offset, p.frame});
+    }
+    return true;
+}
+
+int serveReplay(Replay *replay, const std::string &name, int acceptTimeoutMs,
+                capture::Writer *capture) {
+    std::unique_ptr<RildSim> sim;
+    try {
+        sim.reset(new RildSim(name));
+    } catch (const std::exception &e) {
+        fprintf(stderr, "%s\n", e.what());
+        return 1;
+    }
+    tool_output::writeLine("rild -- replaying on " + sim->path());
+    for (int waited = 0; !sim->acceptClient(1000);) {
+        waited += 1000;
+        if (acceptTimeoutMs > 0 && waited >= acceptTimeoutMs) {
+            tool_output::writeLine("rild -- no client");
+            return 1;
+        }
+    }
+    tool_output::writeLine("rild -- client connected");
+    std::multimap<uint64_t, std::vector<uint8_t>> due;  // monotonic deadline -> frame or close
+    auto schedule = [&](const std::vector<Replay::Timed> &items) {
+        const uint64_t now = monotonicUs();
+        for (const Replay::Timed &t : items) due.emplace(now + t.offsetUs, t.frame);
+    };
+    auto send = [&](const std::vector<uint8_t> &frame) {
+        if (capture) capture->write(capture::Direction::ToEntity, frame);
+        return sim->writeRaw(frame);
+    };
+    schedule(replay->atConnect);
+    for (;;) {
+        int timeoutMs = 1000;
+        if (!due.empty()) {
+            uint64_t now = monotonicUs(), at = due.begin()->first;
+            timeoutMs =
+                at <= now ? 0 : static_cast<int>(std::min<uint64_t>((at - now) / 1000 + 1, 1000));
+        }
+        pollfd fd = {sim->clientFd(), POLLIN, 0};
+        int n = poll(&fd, 1, timeoutMs);
+        while (!due.empty() && due.begin()->first <= monotonicUs()) {
+            std::vector<uint8_t> frame = due.begin()->second;
+            due.erase(due.begin());
+            if (frame.empty()) {
+                tool_output::writeLine("rild -- closing the connection (recorded)");
+                if (capture) capture->writeClose(capture::Direction::ToEntity);
+                sim->closeClient();
+                return 0;
+            }
+            size_t type = typeOffset(frame);
+            tool_output::writeLine(
+                "rild -> recorded frame, " + std::to_string(frame.size()) + " bytes" +
+                (type != 0 && wordAt(frame, type) == RIL_RESP_TYPE_UNSOLICITED
+                     ? std::string(": unsol ") +
+                           unsolicitedName(static_cast<int32_t>(wordAt(frame, type + 4))) + "(" +
+                           std::to_string(wordAt(frame, type + 4)) + ")"
+                     : std::string()));
+            if (!send(frame)) return 0;
+        }
+        if (n <= 0 || (fd.revents & (POLLIN | POLLHUP | POLLERR)) == 0) continue;
+        RequestFrame request;
+        if (!sim->readRequest(&request, kFrameReadTimeoutMs)) {
+            tool_output::writeLine("rild -- connection closed by the entity");
+            if (capture) capture->writeClose(capture::Direction::ToDaemon);
+            return 0;
+        }
+        if (capture) capture->write(capture::Direction::ToDaemon, requestFrameBytes(request));
+        const std::string label = std::string(requestName(request.request_id)) + "(" +
+                                  std::to_string(request.request_id) + ") serial " +
+                                  hex32(request.serial);
+        tool_output::writeLine("rild <- " + label);
+        auto &queue = replay->byRequest[request.request_id];
+        Replay::Exchange exchange;
+        if (!queue.empty()) {
+            exchange = queue.front();
+            queue.pop_front();
+        }
+        std::vector<uint8_t> answer = exchange.response;
+        if (answer.empty()) {
+            fprintf(stderr, "rild-sim: replay: %s has no recorded answer left; answered %d\n",
+                    label.c_str(), ZOKRIL_E_REQUEST_NOT_SUPPORTED);
+            answer = responseFrame(request.serial, ZOKRIL_E_REQUEST_NOT_SUPPORTED, {});
+        } else {
+            // The live entity numbers its requests afresh: the answer carries its serial.
+            memcpy(answer.data() + typeOffset(answer) + 4, &request.serial, 4);
+        }
+        tool_output::writeLine(
+            "rild -> response serial " + hex32(request.serial) + " result " +
+            std::to_string(static_cast<int32_t>(wordAt(answer, typeOffset(answer) + 8))));
+        if (!send(answer)) return 0;
+        schedule(exchange.after);
+    }
+}
+
+}  // namespace rild_sim
