@@ -14,19 +14,10 @@
 // Every daemon that reports data calls appends the access network type.
 constexpr int kHasEranType = 1;
 
-// A count from the wire is not trusted to bound the loop: every entry becomes an event of tens
-// of kilobytes. An entry needs at least its first int32 (fewer bytes left cannot move the
-// cursor), so each entry taken consumes four bytes or more. A count that the payload does carry
-// is sent in full, and a last entry cut short goes out with zeros where its data ran out.
-static bool entryAvailable(android::Parcel &parcel, int index, int num) {
-    if (parcelHasInt32(parcel)) return true;
-    RLOGE("num = %d, but the payload ends after %d entries", num, index);
-    return false;
-}
-
 static void notifyBearers(task_ptr_t task, android::Parcel &parcel, int num, event_id_t id) {
     BearerNotification notification;
-    for (int i = 0; i < num && entryAvailable(parcel, i, num); i++) {
+    int count = listEntriesToSend(num);
+    for (int i = 0; i < count; i++) {
         // The reader fills only what the wire carries (no QoS, TFT or P-CSCF addresses when
         // their flags are clear); cleared per entry, a bearer never shows its predecessor's.
         memset(&notification, 0, sizeof(notification));
@@ -45,7 +36,8 @@ int rilproxy_UNSOL_DATA_CALL_LIST_CHANGED_notify(task_ptr_t task, android::Parce
     // One record for the whole list, on this thread's stack: the reader thread's stack is sized
     // for it, and an allocation per entry would buy nothing.
     DataCallSetupReply notification;
-    for (int i = 0; i < num && entryAvailable(parcel, i, num); i++) {
+    int count = listEntriesToSend(num);
+    for (int i = 0; i < count; i++) {
         // The record reader leaves whatever an entry does not carry (bearers, addresses, the
         // default bearer's QoS and TFT) as it found it; cleared, no field leaks between entries.
         memset(&notification, 0, sizeof(notification));
