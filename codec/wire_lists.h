@@ -32,8 +32,9 @@ inline int storedCount(int count, size_t capacity) {
 constexpr int kListEntriesMax = 256;
 
 // How many entries of a list announcing `num` go out: num itself up to the ceiling (none for a
-// count of zero or below).
-inline int listEntriesToSend(int num) {
+// count of zero or below). Logs under `signature`, the handler the list belongs to.
+inline int listEntriesToSend(const char *signature, int num) {
+    ZOK_LOG_AS(signature);
     if (num <= kListEntriesMax) return num;
     RLOGE("num = %d, only the first %d entries are sent", num, kListEntriesMax);
     return kListEntriesMax;
