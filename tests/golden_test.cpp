@@ -59,6 +59,11 @@ TEST(GoldenTest, LogTranscriptsOfRepresentativeFlows) {
         // The simulated daemon refuses the TLV form; the plain request follows and is decoded.
         {"setup_tlv_refused", std::string(setup) + "wait EVENT_SETUP_DATA_CALL_RESP\n"},
         {"data_call_list", "sim unsol data-call-list\nwait 4021\n"},
+        // A bearer with QoS and a TFT: the packet-filter lines belong to readTftStructFromParcel.
+        {"dedicated_bearer",
+         "post EVENT_SETUP_DEDICATE_DATA_CALL_REQ size=3956 i32=0:7 i32=4:1 i32=8:1 i32=32:1 "
+         "i32=36:1 i32=40:128 i32=44:128 i32=48:128 i32=52:128\n"
+         "wait EVENT_SETUP_DEDICATE_DATA_CALL_RESP\n"},
         {"teardown", "connect\nwait EVENT_RILPROXY_CONNECT\nsim close\n"},
     };
     const bool update = getenv("ZOK_UPDATE_GOLDEN") != nullptr;
