@@ -86,8 +86,8 @@ TEST(BearerRecordTest, TftReadsBackWhatWasWritten) {
     const struct {
         ZOK_Tft in;
         const ZOK_Tft &out;
-    } cases[] = {{full, full}, {sampleTft(17, 99, 5, 30, 9), full}, {negative, negative},
-                 {nested, nested}};
+    } cases[] = {
+        {full, full}, {sampleTft(17, 99, 5, 30, 9), full}, {negative, negative}, {nested, nested}};
     for (const auto &c : cases) {
         android::Parcel p;
         writeTftStructToParcel(p, const_cast<ZOK_Tft *>(&c.in));
