@@ -86,24 +86,26 @@ void handleConnection(rilproxy_entity_priv_t *ctx, task_ptr_t task, event_ptr_t 
 }
 
 // 2006 to 2008: the framework's result of an accepted TLV request answers the event parked under
-// the serial number the result carries.
-void forwardTlvResult(rilproxy_entity_priv_t *ctx, event_ptr_t event, event_id_t id) {
-    ZOK_LOG_AS(kSigTaskHdl);
+// the serial number the result carries, with a reply of the result's fixed size.
+struct TlvResult {
+    event_id_t id;
+    const char *name;
     event_id_t resp_id;
     size_t size;
-    if (id == EVENT_RESP_DATA_CALL_INFO) {
-        RLOGI("EVENT_RESP_DATA_CALL_INFO");
-        resp_id = EVENT_SETUP_DATA_CALL_RESP;
-        size = RILPROXY_TLV_DATA_CALL_INFO_SIZE;
-    } else if (id == EVENT_RESP_PCSCF_PCO) {
-        RLOGI("EVENT_RESP_PCSCF_PCO");
-        resp_id = EVENT_PCSCF_DISCOVERY_PCO_RESP;
-        size = RILPROXY_TLV_PCSCF_INFO_SIZE;
-    } else {
-        RLOGI("EVENT_RESP_LAST_FAIL_CAUSE");
-        resp_id = EVENT_LAST_DATA_CALL_FAIL_CAUSE_RESP;
-        size = RILPROXY_TLV_FAIL_CAUSE_SIZE;
-    }
+};
+
+const TlvResult kTlvResults[] = {
+    {EVENT_RESP_DATA_CALL_INFO, "EVENT_RESP_DATA_CALL_INFO", EVENT_SETUP_DATA_CALL_RESP,
+     RILPROXY_TLV_DATA_CALL_INFO_SIZE},
+    {EVENT_RESP_PCSCF_PCO, "EVENT_RESP_PCSCF_PCO", EVENT_PCSCF_DISCOVERY_PCO_RESP,
+     RILPROXY_TLV_PCSCF_INFO_SIZE},
+    {EVENT_RESP_LAST_FAIL_CAUSE, "EVENT_RESP_LAST_FAIL_CAUSE", EVENT_LAST_DATA_CALL_FAIL_CAUSE_RESP,
+     RILPROXY_TLV_FAIL_CAUSE_SIZE},
+};
+
+void forwardTlvResult(rilproxy_entity_priv_t *ctx, event_ptr_t event, const TlvResult &result) {
+    ZOK_LOG_AS(kSigTaskHdl);
+    RLOGI("%s", result.name);
     int len = 0;
     void *data = event_get_data(event, 0, &len);
     // Fewer than 4 bytes carry no serial number, so they count as no payload at all.
@@ -121,10 +123,10 @@ void forwardTlvResult(rilproxy_entity_priv_t *ctx, event_ptr_t event, event_id_t
     // The answer always has its record's fixed size. A shorter result is padded with zeros here
     // instead of being read past its end.
     unsigned char body[RILPROXY_TLV_DATA_CALL_INFO_SIZE];
-    rilproxy_copy_bounded(body, size, static_cast<unsigned char *>(data) + sizeof(serial_no),
+    rilproxy_copy_bounded(body, result.size, static_cast<unsigned char *>(data) + sizeof(serial_no),
                           len - static_cast<int>(sizeof(serial_no)));
-    rilproxy_reply_response(reinterpret_cast<task_ptr_t>(ctx), waiting, resp_id, body,
-                            static_cast<int>(size));
+    rilproxy_reply_response(reinterpret_cast<task_ptr_t>(ctx), waiting, result.resp_id, body,
+                            static_cast<int>(result.size));
     vopa_event_free(waiting);
 }
 
@@ -166,6 +168,20 @@ size_t buildAtBody(unsigned char (&body)[RILPROXY_AT_BODY_SIZE], int32_t index,
     return body_len > sizeof(body) ? sizeof(body) : body_len;
 }
 
+// The AT command as the RIL request its channel maps to, under the serial of its pool slot.
+bool sendAtRequest(rilproxy_entity_priv_t *ctx, const AtCommandRequest &request, uint32_t serial) {
+    AtRoute route = routeAtChannel(request.channel);
+    unsigned char body[RILPROXY_AT_BODY_SIZE];
+    size_t body_len = buildAtBody(body, route.index, request.command);
+    rilproxy_ril_requset_param_t param;
+    param.sim_id = static_cast<int32_t>(request.sim_id);
+    param.request_id = route.ril_request_id;
+    param.serial_no = serial;
+    param.parcel.setData(body, body_len);
+    return rilproxy_send_ril_request(ctx->cmd_thread.fd.load(std::memory_order_relaxed), &param) ==
+           0;
+}
+
 // 2002: relay the AT command as its RIL request. True when the event is parked for the answer;
 // every failure has answered the requester.
 bool relayAtCommand(rilproxy_entity_priv_t *ctx, event_ptr_t event) {
@@ -193,19 +209,7 @@ bool relayAtCommand(rilproxy_entity_priv_t *ctx, event_ptr_t event) {
         rilproxy_send_atcmd_response(self, event, request.token, AT_STATUS_NOT_SENT, nullptr);
         return false;
     }
-    AtRoute route = routeAtChannel(request.channel);
-    unsigned char body[RILPROXY_AT_BODY_SIZE];
-    size_t body_len = buildAtBody(body, route.index, request.command);
-
-    rilproxy_ril_requset_param_t param;
-    param.sim_id = static_cast<int32_t>(request.sim_id);
-    param.request_id = route.ril_request_id;
-    param.serial_no = serial;
-    param.parcel.setData(body, body_len);
-    if (rilproxy_send_ril_request(ctx->cmd_thread.fd.load(std::memory_order_relaxed), &param) ==
-        0) {
-        return true;
-    }
+    if (sendAtRequest(ctx, request, serial)) return true;
     ctx->cmd_thread.fd.store(-1, std::memory_order_relaxed);
     RLOGE("send ril request fail");
     // The slot stays taken, but the event is freed by the dispatcher, so the slot must not keep
@@ -248,9 +252,13 @@ void *rilproxy_task_hdl(task_ptr_t task, event_ptr_t event, void *user) {
             handleConnection(ctx, task, event, id == EVENT_RILPROXY_CONNECT);
             break;
         case EVENT_RESP_DATA_CALL_INFO:
+            forwardTlvResult(ctx, event, kTlvResults[0]);
+            break;
         case EVENT_RESP_PCSCF_PCO:
+            forwardTlvResult(ctx, event, kTlvResults[1]);
+            break;
         case EVENT_RESP_LAST_FAIL_CAUSE:
-            forwardTlvResult(ctx, event, id);
+            forwardTlvResult(ctx, event, kTlvResults[2]);
             break;
         case EVENT_RILPROXY_ATCMD_REQ:
             parked = relayAtCommand(ctx, event);
