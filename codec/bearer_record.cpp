@@ -9,9 +9,6 @@
 #include "codec/wire_lists.h"
 #include "core/log.h"
 
-// File-static rather than in an anonymous namespace: these helpers log, and their signature
-// opens each line, where "{anonymous}::" would take most of the 24 columns.
-
 // The framework's text fields are not guaranteed to hold a NUL; never read past the field.
 template <size_t N>
 static void writeFieldText(android::Parcel &parcel, const char (&field)[N]) {
@@ -22,6 +19,7 @@ static void writeFieldText(android::Parcel &parcel, const char (&field)[N]) {
 }
 
 static void readPacketFilter(android::Parcel &parcel, int index, ZOK_PktFilter *pf) {
+    ZOK_LOG_AS(kSigReadTftStructFromParcel);
     pf->id = parcel.readInt32();
     pf->precedence = parcel.readInt32();
     pf->direction = parcel.readInt32();
@@ -67,6 +65,7 @@ static void writePacketFilter(android::Parcel &parcel, const ZOK_PktFilter *pf) 
 }
 
 static void readAuthTokenEntry(android::Parcel &parcel, int index, ZOK_AuthTokenFlowId *entry) {
+    ZOK_LOG_AS(kSigReadTftStructFromParcel);
     int tokens = parcel.readInt32();
     RLOGI("[%d] authTokenNumber = %d", index, tokens);
     int32_t scratchToken;
@@ -105,6 +104,7 @@ static void writeAuthTokenEntry(android::Parcel &parcel, const ZOK_AuthTokenFlow
 }
 
 void readDedicateDataFromParcel(android::Parcel &parcel, ZOK_Dedicate_Data_Call_Struct *bearer) {
+    ZOK_LOG_SELF(kSigReadDedicateDataFromParcel);
     if (bearer == nullptr) return;
     bearer->interfaceId = parcel.readInt32();
     bearer->primaryCid = parcel.readInt32();
@@ -137,6 +137,7 @@ void readDedicateDataFromParcel(android::Parcel &parcel, ZOK_Dedicate_Data_Call_
 }
 
 void readTftStructFromParcel(android::Parcel &parcel, ZOK_Tft *tft) {
+    ZOK_LOG_SELF(kSigReadTftStructFromParcel);
     if (tft == nullptr) return;
     tft->operation = parcel.readInt32();
     int filters = parcel.readInt32();
@@ -188,6 +189,7 @@ void writeTftStructToParcel(android::Parcel &parcel, ZOK_Tft *tft) {
 }
 
 void writeQosStructToParcel(android::Parcel &parcel, ZOK_Qos *qos) {
+    ZOK_LOG_SELF(kSigWriteQosStructToParcel);
     if (qos == nullptr) return;
     const int32_t *v = qos->value;
     for (int i = 0; i < ZOK_QOS_VALUES; i++) parcel.writeInt32(v[i]);
@@ -197,6 +199,7 @@ void writeQosStructToParcel(android::Parcel &parcel, ZOK_Qos *qos) {
 // Tokens past the sixteenth are logged with the index they would have had, never stored. A token
 // that fails to convert still takes its slot, so addresses keep the daemon's positions.
 void readPcscfFromParcel(android::Parcel &parcel, dm_pcscf_t *pcscf) {
+    ZOK_LOG_SELF(kSigReadPcscfFromParcel);
     char text[1024];
     memset(text, 0, sizeof(text));
     readUtf8StringFromParcel(parcel, text, sizeof(text));

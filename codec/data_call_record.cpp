@@ -11,9 +11,6 @@
 #include "codec/wire_lists.h"
 #include "core/log.h"
 
-// File-static rather than in an anonymous namespace: these helpers log, and their signature
-// opens each line, where "{anonymous}::" would take most of the 24 columns.
-
 constexpr int kVersionWithoutMtu = 6;
 constexpr int kFirstExtendedVersion = 1001;
 
@@ -34,6 +31,7 @@ static int dottedTextToBytes(char *text, unsigned char *out, int wanted) {
 }
 
 static void readAddresses(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall) {
+    ZOK_LOG_AS(kSigReadDataCallFromParcel);
     char type[16];
     char addresses[256];
     memset(type, 0, sizeof(type));
@@ -49,6 +47,7 @@ static void readAddresses(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *d
 // Servers past the two per family are logged but not stored, and the counters stop at the
 // arrays' size: the daemon's text is not bounded by the record.
 static void readDnses(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall) {
+    ZOK_LOG_AS(kSigReadDataCallFromParcel);
     char dnses[512];
     readUtf8StringFromParcel(parcel, dnses, sizeof(dnses));
     RLOGI("read from rild, dnses = (%s)", dnses);
@@ -72,6 +71,7 @@ static void readDnses(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall
 }
 
 static void readGateways(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall) {
+    ZOK_LOG_AS(kSigReadDataCallFromParcel);
     char gateways[512];
     readUtf8StringFromParcel(parcel, gateways, sizeof(gateways));
     RLOGI("read from rild, gatewayes = (%s)", gateways);
@@ -81,6 +81,7 @@ static void readGateways(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dc
 // The bearer reader does not read ddcId: concatenated bearers keep the caller's ddcId, while the
 // default bearer's comes from the wire just before it.
 static void readBearers(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall) {
+    ZOK_LOG_AS(kSigReadDataCallFromParcel);
     int wireCount = parcel.readInt32();
     RLOGI("dcall->concatenateNum = %d", wireCount);
     ZOK_Dedicate_Data_Call_Struct scratch;
@@ -98,6 +99,7 @@ static void readBearers(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dca
 
 void readDataCallFromParcel(android::Parcel &parcel, ZOK_Data_Call_Response_v11 *dcall, int version,
                             int hasEranType) {
+    ZOK_LOG_SELF(kSigReadDataCallFromParcel);
     if (dcall == nullptr) return;
     dcall->status = parcel.readInt32();
     dcall->suggestedRetryTime = parcel.readInt32();
@@ -128,6 +130,7 @@ void readDataCallFromParcel(android::Parcel &parcel, ZOK_Data_Call_Response_v11 
 
 void parseIPAddress(char *ipType, char *addresses, int *type, unsigned int *ipv4,
                     unsigned char *ipv6) {
+    ZOK_LOG_SELF(kSigParseIPAddress);
     if (ipType == nullptr || addresses == nullptr || type == nullptr) return;
     unsigned char *ipv4Bytes = reinterpret_cast<unsigned char *>(ipv4);
     if (strcmp(ipType, "IP") == 0) {
@@ -156,6 +159,7 @@ void parseIPAddress(char *ipType, char *addresses, int *type, unsigned int *ipv4
 }
 
 void parseGatewayAddress(char *gateways, unsigned int *ipv4, unsigned int *ipv6) {
+    ZOK_LOG_SELF(kSigParseGatewayAddress);
     if (gateways == nullptr) return;
     // Only the first gateway counts.
     cutAtBlank(gateways);

@@ -14,19 +14,16 @@
 // Every daemon that reports data calls appends the access network type.
 constexpr int kHasEranType = 1;
 
-// A count from the wire is not trusted to bound the loop: every entry becomes an event of tens
-// of kilobytes. An entry needs at least its first int32 (fewer bytes left cannot move the
-// cursor), so each entry taken consumes four bytes or more. A count that the payload does carry
-// is sent in full, and a last entry cut short goes out with zeros where its data ran out.
-static bool entryAvailable(android::Parcel &parcel, int index, int num) {
-    if (parcelHasInt32(parcel)) return true;
-    RLOGE("num = %d, but the payload ends after %d entries", num, index);
-    return false;
-}
-
-static void notifyBearers(task_ptr_t task, android::Parcel &parcel, int num, event_id_t id) {
+// Activated and modified share this body: one event per announced bearer, a bearer the payload
+// lacks decoded as zeros.
+static void notifyBearers(const char *signature, task_ptr_t task, android::Parcel &parcel,
+                          event_id_t id) {
+    ZOK_LOG_AS(signature);
+    int num = parcel.readInt32();
+    RLOGI("num = %d", num);
     BearerNotification notification;
-    for (int i = 0; i < num && entryAvailable(parcel, i, num); i++) {
+    int count = listEntriesToSend(signature, num);
+    for (int i = 0; i < count; i++) {
         // The reader fills only what the wire carries (no QoS, TFT or P-CSCF addresses when
         // their flags are clear); cleared per entry, a bearer never shows its predecessor's.
         memset(&notification, 0, sizeof(notification));
@@ -38,6 +35,7 @@ static void notifyBearers(task_ptr_t task, android::Parcel &parcel, int num, eve
 
 int rilproxy_UNSOL_DATA_CALL_LIST_CHANGED_notify(task_ptr_t task, android::Parcel &parcel,
                                                  ril_supported_feature_t *) {
+    ZOK_LOG_SELF(RILPROXY_NOTIFY_SIGNATURE(UNSOL_DATA_CALL_LIST_CHANGED));
     RLOGI("RIL_UNSOL_DATA_CALL_LIST_CHANGED");
     int ver = parcel.readInt32();
     int num = parcel.readInt32();
@@ -45,7 +43,8 @@ int rilproxy_UNSOL_DATA_CALL_LIST_CHANGED_notify(task_ptr_t task, android::Parce
     // One record for the whole list, on this thread's stack: the reader thread's stack is sized
     // for it, and an allocation per entry would buy nothing.
     DataCallSetupReply notification;
-    for (int i = 0; i < num && entryAvailable(parcel, i, num); i++) {
+    int count = listEntriesToSend(zok_log_signature, num);
+    for (int i = 0; i < count; i++) {
         // The record reader leaves whatever an entry does not carry (bearers, addresses, the
         // default bearer's QoS and TFT) as it found it; cleared, no field leaks between entries.
         memset(&notification, 0, sizeof(notification));
@@ -59,22 +58,25 @@ int rilproxy_UNSOL_DATA_CALL_LIST_CHANGED_notify(task_ptr_t task, android::Parce
     return 0;
 }
 
-// Activated and modified differ only by their log line and event; each keeps its own log site.
-#define RILPROXY_BEARER_LIST_NOTIFY(name, id)                                                    \
-    int rilproxy_UNSOL_DEDICATE_BEARER_##name##_notify(task_ptr_t task, android::Parcel &parcel, \
-                                                       ril_supported_feature_t *) {              \
-        RLOGI("RIL_UNSOL_DEDICATE_BEARER_" #name);                                               \
-        int num = parcel.readInt32();                                                            \
-        RLOGI("num = %d", num);                                                                  \
-        notifyBearers(task, parcel, num, id);                                                    \
-        return 0;                                                                                \
-    }
+int rilproxy_UNSOL_DEDICATE_BEARER_ACTIVATED_notify(task_ptr_t task, android::Parcel &parcel,
+                                                    ril_supported_feature_t *) {
+    ZOK_LOG_SELF(RILPROXY_NOTIFY_SIGNATURE(UNSOL_DEDICATE_BEARER_ACTIVATED));
+    RLOGI("RIL_UNSOL_DEDICATE_BEARER_ACTIVATED");
+    notifyBearers(zok_log_signature, task, parcel, EVENT_DEDICATE_BEARER_ACTIVATED_IND);
+    return 0;
+}
 
-RILPROXY_BEARER_LIST_NOTIFY(ACTIVATED, EVENT_DEDICATE_BEARER_ACTIVATED_IND)
-RILPROXY_BEARER_LIST_NOTIFY(MODIFIED, EVENT_DEDICATE_BEARER_MODIFIED_IND)
+int rilproxy_UNSOL_DEDICATE_BEARER_MODIFIED_notify(task_ptr_t task, android::Parcel &parcel,
+                                                   ril_supported_feature_t *) {
+    ZOK_LOG_SELF(RILPROXY_NOTIFY_SIGNATURE(UNSOL_DEDICATE_BEARER_MODIFIED));
+    RLOGI("RIL_UNSOL_DEDICATE_BEARER_MODIFIED");
+    notifyBearers(zok_log_signature, task, parcel, EVENT_DEDICATE_BEARER_MODIFIED_IND);
+    return 0;
+}
 
 int rilproxy_UNSOL_DEDICATE_BEARER_DEACTIVATED_notify(task_ptr_t task, android::Parcel &parcel,
                                                       ril_supported_feature_t *) {
+    ZOK_LOG_SELF(RILPROXY_NOTIFY_SIGNATURE(UNSOL_DEDICATE_BEARER_DEACTIVATED));
     RLOGI("RIL_UNSOL_DEDICATE_BEARER_DEACTIVATED");
     ShortStatusNotification notification;
     memset(&notification, 0, sizeof(notification));
@@ -95,6 +97,7 @@ int rilproxy_UNSOL_DEDICATE_BEARER_DEACTIVATED_notify(task_ptr_t task, android::
 
 int rilproxy_UNSOL_DATA_CALL_RESPONSE_notify(task_ptr_t task, android::Parcel &parcel,
                                              ril_supported_feature_t *) {
+    ZOK_LOG_SELF(RILPROXY_NOTIFY_SIGNATURE(UNSOL_DATA_CALL_RESPONSE));
     RLOGI("RIL_UNSOL_DATA_CALL_RESPONSE");
     int ver = parcel.readInt32();
     int num = parcel.readInt32();

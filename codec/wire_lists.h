@@ -15,11 +15,29 @@
 #include <stdint.h>
 #include <string.h>
 
-// Counts are clamped to what the array holds, so whoever indexes the record by its count stays
-// inside it, and a written count always matches the elements after it. Negative is empty.
+#include "core/log.h"
+
+// Counts above the array are clamped to it, so whoever indexes the record by its count stays
+// inside it, and a written count always matches the elements after it. A negative count is kept
+// as it is: it is the daemon's (or the framework's) value, and no element follows it either way.
 inline int storedCount(int count, size_t capacity) {
-    if (count < 0) return 0;
+    if (count < 0) return count;
     return static_cast<size_t>(count) < capacity ? count : static_cast<int>(capacity);
+}
+
+// Entries sent per list frame (bearer replies, list notifications), far above any real list: a
+// modem has at most 15 EPS bearer ids and a few PDN connections. Up to it, a list announces its
+// count and gets that many events, the entries the payload lacks decoded as zeros; only what a
+// hostile count asks beyond it is dropped, since each entry costs an event of up to 47,872 bytes.
+constexpr int kListEntriesMax = 256;
+
+// How many entries of a list announcing `num` go out: num itself up to the ceiling (none for a
+// count of zero or below). Logs under `signature`, the handler the list belongs to.
+inline int listEntriesToSend(const char *signature, int num) {
+    ZOK_LOG_AS(signature);
+    if (num <= kListEntriesMax) return num;
+    RLOGE("num = %d, only the first %d entries are sent", num, kListEntriesMax);
+    return kListEntriesMax;
 }
 
 // Every list element starts with an int32. With fewer than four bytes left a read neither yields

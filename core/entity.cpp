@@ -27,6 +27,7 @@ const event_id_t kSubscribedEvents[] = {
 }  // namespace
 
 extern "C" entity_ptr_t rilproxy_entity_init(entity_ptr_t entity, const entity_init_arg_ptr_t) {
+    ZOK_LOG_SELF(kSigEntityInit);
     const char *failure = nullptr;
     rilproxy_entity_priv_t *ctx = nullptr;
 
@@ -97,6 +98,7 @@ fail:
 }
 
 extern "C" void rilproxy_entity_version(void) {
+    ZOK_LOG_SELF(kSigEntityVersion);
     RLOGI("RILPROXY Version : %s", RILPROXY_VERSION_TEXT);
 }
 

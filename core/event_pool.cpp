@@ -89,6 +89,7 @@ void rilproxy_hold_slot_without_event(rilproxy_entity_priv_t *ctx, uint32_t seri
 
 int rilproxy_handle_ril_request(rilproxy_entity_priv_t *ctx, event_ptr_t event,
                                 ril_handler_t *row) {
+    ZOK_LOG_SELF(kSigHandleRilRequest);
     event_id_t resp_event_id = row->resp_event_id;
     int32_t ril_request_id = row->ril_request_id;
     rilproxy_ril_requset_param_t param;
@@ -130,6 +131,7 @@ fail:
 
 int rilproxy_handle_ril_request_tlv(rilproxy_entity_priv_t *ctx, event_ptr_t event,
                                     ril_handler_tlv_t *row) {
+    ZOK_LOG_SELF(kSigHandleRilRequestTlv);
     event_id_t resp_event_id = row->resp_event_id;
     int32_t ril_request_id = row->ril_request_id;
     rilproxy_ril_requset_param_t param;
@@ -171,6 +173,7 @@ fail:
 }
 
 int rilproxy_retry_old_request(rilproxy_entity_priv_t *ctx, event_ptr_t event) {
+    ZOK_LOG_SELF(kSigRetryOldRequest);
     event_id_t id = event_get_id(event);
     RLOGI("retry old request for event ID %s(%d)\n", event_get_name(id), id);
     ril_handler_t *row = rilproxy_find_handler(ril_handlers, id);
@@ -195,6 +198,7 @@ int rilproxy_retry_old_request(rilproxy_entity_priv_t *ctx, event_ptr_t event) {
 }
 
 int rilproxy_free_all_event(rilproxy_entity_priv_t *ctx) {
+    ZOK_LOG_SELF(kSigFreeAllEvent);
     RilproxyMutexHold hold(&ctx->event_pool_mutex);
     for (uint32_t slot = 0; slot < RILPROXY_EVENT_POOL_SIZE; ++slot) {
         event_ptr_t event = ctx->event_pool[slot];

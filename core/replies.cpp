@@ -21,6 +21,7 @@ bool keepFor(task_ptr_t task, event_ptr_t ev) {
 
 int rilproxy_reply_response(task_ptr_t task, event_ptr_t event, event_id_t id, void *data,
                             int len) {
+    ZOK_LOG_SELF(kSigReplyResponse);
     event_ptr_t reply = vopa_event_alloc(event);
     if (reply == nullptr) {
         RLOGE("get memory fail");
@@ -34,6 +35,7 @@ int rilproxy_reply_response(task_ptr_t task, event_ptr_t event, event_id_t id, v
 
 int rilproxy_reply_response_only_status(task_ptr_t task, event_ptr_t event, event_id_t id,
                                         int status) {
+    ZOK_LOG_SELF(kSigReplyResponseOnlyStatus);
     event_ptr_t reply = vopa_event_alloc(event);
     if (reply == nullptr) {
         RLOGE("get memory fail");
@@ -48,6 +50,7 @@ int rilproxy_reply_response_only_status(task_ptr_t task, event_ptr_t event, even
 }
 
 int rilproxy_send_notify(task_ptr_t task, task_id_t to, event_id_t id, void *data, int len) {
+    ZOK_LOG_SELF(kSigSendNotify);
     event_ptr_t ev = vopa_event_alloc(nullptr);
     if (ev == nullptr) {
         RLOGE("get memory fail");
@@ -60,6 +63,7 @@ int rilproxy_send_notify(task_ptr_t task, task_id_t to, event_id_t id, void *dat
 }
 
 int rilproxy_send_bcast_state_notify(task_ptr_t task, int state) {
+    ZOK_LOG_SELF(kSigSendBcastStateNotify);
     event_ptr_t ev = vopa_event_alloc(nullptr);
     if (ev == nullptr) {
         RLOGE("get memory fail");
@@ -73,6 +77,7 @@ int rilproxy_send_bcast_state_notify(task_ptr_t task, int state) {
 }
 
 int rilproxy_send_data_notification_request(task_ptr_t task) {
+    ZOK_LOG_SELF(kSigSendDataNotificationRequest);
     event_ptr_t ev = vopa_event_alloc(nullptr);
     if (ev == nullptr) {
         RLOGE("get memory fail");
@@ -89,6 +94,7 @@ int rilproxy_send_data_notification_request(task_ptr_t task) {
 
 int rilproxy_send_atcmd_response(task_ptr_t task, event_ptr_t event, void *token,
                                  unsigned int status, char *text) {
+    ZOK_LOG_SELF(kSigSendAtcmdResponse);
     event_ptr_t reply = vopa_event_alloc(event);
     if (reply == nullptr) {
         RLOGE("get memory fail");

@@ -14,6 +14,7 @@
 constexpr int kMinDataCallVersion = 5;
 
 RILPROXY_REQ(SETUP_DATA_CALL) {
+    ZOK_LOG_SELF(RILPROXY_REQ_SIGNATURE(SETUP_DATA_CALL));
     RLOGI("EVENT_SETUP_DATA_CALL_REQ");
     DataCallSetupRequest req;
     if (!rilproxy_read_payload(event, &req, sizeof(req))) {
@@ -31,6 +32,7 @@ RILPROXY_REQ(SETUP_DATA_CALL) {
 }
 
 RILPROXY_RESP(SETUP_DATA_CALL) {
+    ZOK_LOG_SELF(RILPROXY_RESP_SIGNATURE(SETUP_DATA_CALL));
     RLOGI("EVENT_SETUP_DATA_CALL_RESP");
     int version = parcel.readInt32();
     int num = parcel.readInt32();
@@ -53,6 +55,7 @@ RILPROXY_RESP(SETUP_DATA_CALL) {
 
 int rilproxy_DATAMNGR_error(task_ptr_t task, event_ptr_t event, event_id_t resp_event_id,
                             int error) {
+    ZOK_LOG_SELF(kSigDatamngrError);
     switch (resp_event_id) {
         case EVENT_SETUP_DATA_CALL_RESP: {
             RLOGI("ERROR EVENT_SETUP_DATA_CALL_RESP\n");

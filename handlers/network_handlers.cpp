@@ -25,6 +25,7 @@ constexpr int32_t kPdnInfoTypeMtu = 2;
 constexpr int32_t kPdnInfoItemLength = 4;
 
 RILPROXY_REQ(PCSCF_DISCOVERY_PCO) {
+    ZOK_LOG_SELF(RILPROXY_REQ_SIGNATURE(PCSCF_DISCOVERY_PCO));
     RLOGI("EVENT_PCSCF_DISCOVERY_PCO_REQ");
     CallIdCauseRequest req;
     if (!rilproxy_read_payload(event, &req, sizeof(req))) {
@@ -38,6 +39,7 @@ RILPROXY_REQ(PCSCF_DISCOVERY_PCO) {
 }
 
 RILPROXY_RESP(PCSCF_DISCOVERY_PCO) {
+    ZOK_LOG_SELF(RILPROXY_RESP_SIGNATURE(PCSCF_DISCOVERY_PCO));
     RLOGI("EVENT_PCSCF_DISCOVERY_PCO_RESP");
     // Cleared: the address slots the list does not fill reach the framework as zeros.
     PcscfDiscoveryReply reply;
@@ -50,11 +52,13 @@ RILPROXY_RESP(PCSCF_DISCOVERY_PCO) {
 
 // The request has no parameters, so a missing payload is no failure here.
 RILPROXY_REQ(LAST_DATA_CALL_FAIL_CAUSE) {
+    ZOK_LOG_SELF(RILPROXY_REQ_SIGNATURE(LAST_DATA_CALL_FAIL_CAUSE));
     RLOGI("EVENT_LAST_DATA_CALL_FAIL_CAUSE_REQ");
     return 0;
 }
 
 RILPROXY_RESP(LAST_DATA_CALL_FAIL_CAUSE) {
+    ZOK_LOG_SELF(RILPROXY_RESP_SIGNATURE(LAST_DATA_CALL_FAIL_CAUSE));
     RLOGI("EVENT_LAST_DATA_CALL_FAIL_CAUSE_RESP");
     FailCauseReply reply;
     memset(&reply, 0, sizeof(reply));
@@ -72,6 +76,7 @@ RILPROXY_RESP(LAST_DATA_CALL_FAIL_CAUSE) {
 
 // No count precedes the APN: unlike the set-up request, this Parcel starts with the text.
 RILPROXY_REQ(SET_INITIAL_ATTACH_APN) {
+    ZOK_LOG_SELF(RILPROXY_REQ_SIGNATURE(SET_INITIAL_ATTACH_APN));
     RLOGI("EVENT_SET_INITIAL_ATTACH_APN_REQ");
     InitialAttachApnRequest req;
     if (!rilproxy_read_payload(event, &req, sizeof(req))) {
@@ -89,12 +94,14 @@ RILPROXY_REQ(SET_INITIAL_ATTACH_APN) {
 }
 
 RILPROXY_RESP(SET_INITIAL_ATTACH_APN) {
+    ZOK_LOG_SELF(RILPROXY_RESP_SIGNATURE(SET_INITIAL_ATTACH_APN));
     RLOGI("EVENT_SET_INITIAL_ATTACH_APN_RESP");
     rilproxy_reply_response_only_status(task, event, resp_event_id, result);
     return 0;
 }
 
 RILPROXY_REQ(RADIO_POWER) {
+    ZOK_LOG_SELF(RILPROXY_REQ_SIGNATURE(RADIO_POWER));
     RLOGI("EVENT_RADIO_POWER_REQ");
     int32_t on_off;
     if (!rilproxy_read_payload(event, &on_off, sizeof(on_off))) {
@@ -108,6 +115,7 @@ RILPROXY_REQ(RADIO_POWER) {
 }
 
 RILPROXY_RESP(RADIO_POWER) {
+    ZOK_LOG_SELF(RILPROXY_RESP_SIGNATURE(RADIO_POWER));
     RLOGI("EVENT_RADIO_POWER_RESP");
     rilproxy_reply_response_only_status(task, event, resp_event_id, result);
     return 0;
@@ -115,6 +123,7 @@ RILPROXY_RESP(RADIO_POWER) {
 
 // The fields are unsigned bytes: 0xFF travels as 255, never as -1.
 RILPROXY_REQ(HANDOVER) {
+    ZOK_LOG_SELF(RILPROXY_REQ_SIGNATURE(HANDOVER));
     RLOGI("EVENT_RB_DM_HO_REQ");
     HandoverRequest req;
     if (!rilproxy_read_payload(event, &req, sizeof(req))) {
@@ -136,12 +145,14 @@ RILPROXY_REQ(HANDOVER) {
 }
 
 RILPROXY_RESP(HANDOVER) {
+    ZOK_LOG_SELF(RILPROXY_RESP_SIGNATURE(HANDOVER));
     RLOGI("EVENT_HANDOVER_RESP");
     rilproxy_reply_response_only_status(task, event, resp_event_id, result);
     return 0;
 }
 
 RILPROXY_REQ(NOTIFY_PS_REG_STATE) {
+    ZOK_LOG_SELF(RILPROXY_REQ_SIGNATURE(NOTIFY_PS_REG_STATE));
     RLOGI("EVENT_NWMNGR_NOTIFY_PS_REG_STATE");
     int len = 0;
     const char *data = static_cast<const char *>(event_get_data(event, 0, &len));
@@ -174,12 +185,14 @@ RILPROXY_REQ(NOTIFY_PS_REG_STATE) {
 }
 
 RILPROXY_RESP(NOTIFY_PS_REG_STATE) {
+    ZOK_LOG_SELF(RILPROXY_RESP_SIGNATURE(NOTIFY_PS_REG_STATE));
     RLOGI("EVENT_NWMNGR_NOTIFY_PS_REG_STATE");
     return 0;
 }
 
 // Unlike the other handlers', these messages end in a newline.
 RILPROXY_REQ(PDN_INFO_IND) {
+    ZOK_LOG_SELF(RILPROXY_REQ_SIGNATURE(PDN_INFO_IND));
     RLOGI("EVENT_RB_DM_PDN_INFO_IND\n");
     PdnInfoIndication req;
     if (!rilproxy_read_payload(event, &req, sizeof(req))) {
@@ -200,6 +213,7 @@ RILPROXY_REQ(PDN_INFO_IND) {
 }
 
 RILPROXY_RESP(PDN_INFO_IND) {
+    ZOK_LOG_SELF(RILPROXY_RESP_SIGNATURE(PDN_INFO_IND));
     RLOGI("EVENT_RB_DM_PDN_INFO_IND_RESP");
     return 0;
 }

@@ -16,50 +16,76 @@
 constexpr int32_t kBearerParcelLead = 7;
 constexpr int32_t kIdCauseStrings = 2;
 
-// Id and cause travel as decimal texts, never as int32 values.
-static void writeIdCause(android::Parcel &parcel, const CallIdCauseRequest &req) {
+// Id and cause travel as decimal texts, never as int32 values. The three teardown requests share
+// this body and differ only by their first line.
+static int writeIdCauseRequest(const char *signature, event_ptr_t event, android::Parcel &parcel) {
+    ZOK_LOG_AS(signature);
+    CallIdCauseRequest req;
+    if (!rilproxy_read_payload(event, &req, sizeof(req))) {
+        RLOGE("can't get the data");
+        return -1;
+    }
+    RLOGI("id = %d, cause = %d", req.id, req.cause);
     parcel.writeInt32(kIdCauseStrings);
     writeIntAsStringToParcel(parcel, req.id);
     writeIntAsStringToParcel(parcel, req.cause);
+    return 0;
 }
 
-// The teardown family differs only by its log texts. Each function is still its own (the log
-// prefix names the writing function), so they are stamped out by macro rather than sharing a body.
-#define RILPROXY_ID_CAUSE_HANDLERS(name, reqText, respText)                      \
-    RILPROXY_REQ(name) {                                                         \
-        RLOGI(reqText);                                                          \
-        CallIdCauseRequest req;                                                  \
-        if (!rilproxy_read_payload(event, &req, sizeof(req))) {                  \
-            RLOGE("can't get the data");                                         \
-            return -1;                                                           \
-        }                                                                        \
-        RLOGI("id = %d, cause = %d", req.id, req.cause);                         \
-        writeIdCause(parcel, req);                                               \
-        return 0;                                                                \
-    }                                                                            \
-    RILPROXY_RESP(name) {                                                        \
-        RLOGI(respText);                                                         \
-        rilproxy_reply_response_only_status(task, event, resp_event_id, result); \
-        return 0;                                                                \
+RILPROXY_REQ(DEACTIVATE_DATA_CALL) {
+    ZOK_LOG_SELF(RILPROXY_REQ_SIGNATURE(DEACTIVATE_DATA_CALL));
+    RLOGI("EVENT_DEACTIVATE_DATA_CALL_REQ");
+    return writeIdCauseRequest(zok_log_signature, event, parcel);
+}
+
+RILPROXY_RESP(DEACTIVATE_DATA_CALL) {
+    ZOK_LOG_SELF(RILPROXY_RESP_SIGNATURE(DEACTIVATE_DATA_CALL));
+    RLOGI("EVENT_DEACTIVATE_DATA_CALL_RESP");
+    rilproxy_reply_response_only_status(task, event, resp_event_id, result);
+    return 0;
+}
+
+RILPROXY_REQ(DEACTIVATE_DEDICATE_DATA_CALL) {
+    ZOK_LOG_SELF(RILPROXY_REQ_SIGNATURE(DEACTIVATE_DEDICATE_DATA_CALL));
+    RLOGI("EVENT_DEACTIVATE_DEDICATE_DATA_CALL_REQ");
+    return writeIdCauseRequest(zok_log_signature, event, parcel);
+}
+
+RILPROXY_RESP(DEACTIVATE_DEDICATE_DATA_CALL) {
+    ZOK_LOG_SELF(RILPROXY_RESP_SIGNATURE(DEACTIVATE_DEDICATE_DATA_CALL));
+    RLOGI("EVENT_DEACTIVATE_DEDICATE_DATA_CALL_RESP");
+    rilproxy_reply_response_only_status(task, event, resp_event_id, result);
+    return 0;
+}
+
+RILPROXY_REQ(ABORT_SETUP_DATA_CALL) {
+    ZOK_LOG_SELF(RILPROXY_REQ_SIGNATURE(ABORT_SETUP_DATA_CALL));
+    RLOGI("EVENT_ABORT_SETUP_DATA_CALL_REQ");
+    return writeIdCauseRequest(zok_log_signature, event, parcel);
+}
+
+RILPROXY_RESP(ABORT_SETUP_DATA_CALL) {
+    ZOK_LOG_SELF(RILPROXY_RESP_SIGNATURE(ABORT_SETUP_DATA_CALL));
+    RLOGI("EVENT_ABORT_SETUP_DATA_CALL_RESP");
+    rilproxy_reply_response_only_status(task, event, resp_event_id, result);
+    return 0;
+}
+
+// The bearer as the framework sent it, logged; false when the event carries none.
+static bool readBearerRequest(const char *signature, event_ptr_t event,
+                              ZOK_Dedicate_Data_Call_Struct *bearer) {
+    ZOK_LOG_AS(signature);
+    if (!rilproxy_read_payload(event, bearer, sizeof(*bearer))) {
+        RLOGE("can't get the data");
+        return false;
     }
-
-RILPROXY_ID_CAUSE_HANDLERS(DEACTIVATE_DATA_CALL, "EVENT_DEACTIVATE_DATA_CALL_REQ",
-                           "EVENT_DEACTIVATE_DATA_CALL_RESP")
-RILPROXY_ID_CAUSE_HANDLERS(DEACTIVATE_DEDICATE_DATA_CALL, "EVENT_DEACTIVATE_DEDICATE_DATA_CALL_REQ",
-                           "EVENT_DEACTIVATE_DEDICATE_DATA_CALL_RESP")
-RILPROXY_ID_CAUSE_HANDLERS(ABORT_SETUP_DATA_CALL, "EVENT_ABORT_SETUP_DATA_CALL_REQ",
-                           "EVENT_ABORT_SETUP_DATA_CALL_RESP")
-
-// Logged from each request function itself, so the line names it.
-#define RILPROXY_LOG_BEARER_REQUEST(bearer)                                                   \
-    do {                                                                                      \
-        RLOGI("ddcId = %d, interfaceId = %d, primaryCid = %d, cid = %d, active = %d",         \
-              (bearer).ddcId, (bearer).interfaceId, (bearer).primaryCid, (bearer).cid,        \
-              (bearer).active);                                                               \
-        RLOGI("signalingFlag = %d, bearerId = %d, failCause = %d, hasQos = %d, hasTft = %d",  \
-              (bearer).signalingFlag, (bearer).bearerId, (bearer).failCause, (bearer).hasQos, \
-              (bearer).hasTft);                                                               \
-    } while (0)
+    RLOGI("ddcId = %d, interfaceId = %d, primaryCid = %d, cid = %d, active = %d", bearer->ddcId,
+          bearer->interfaceId, bearer->primaryCid, bearer->cid, bearer->active);
+    RLOGI("signalingFlag = %d, bearerId = %d, failCause = %d, hasQos = %d, hasTft = %d",
+          bearer->signalingFlag, bearer->bearerId, bearer->failCause, bearer->hasQos,
+          bearer->hasTft);
+    return true;
+}
 
 // The optional QoS and TFT, each behind a 0/1 marker, shared by set-up and modify.
 static void writeQosTft(android::Parcel &parcel, ZOK_Dedicate_Data_Call_Struct *bearer) {
@@ -78,13 +104,10 @@ static void writeQosTft(android::Parcel &parcel, ZOK_Dedicate_Data_Call_Struct *
 }
 
 RILPROXY_REQ(SETUP_DEDICATE_DATA_CALL) {
+    ZOK_LOG_SELF(RILPROXY_REQ_SIGNATURE(SETUP_DEDICATE_DATA_CALL));
     RLOGI("EVENT_SETUP_DEDICATE_DATA_CALL_REQ");
     ZOK_Dedicate_Data_Call_Struct bearer;
-    if (!rilproxy_read_payload(event, &bearer, sizeof(bearer))) {
-        RLOGE("can't get the data");
-        return -1;
-    }
-    RILPROXY_LOG_BEARER_REQUEST(bearer);
+    if (!readBearerRequest(zok_log_signature, event, &bearer)) return -1;
     parcel.writeInt32(kBearerParcelLead);
     parcel.writeInt32(bearer.ddcId);
     parcel.writeInt32(bearer.interfaceId);
@@ -94,31 +117,28 @@ RILPROXY_REQ(SETUP_DEDICATE_DATA_CALL) {
 }
 
 RILPROXY_REQ(MODIFY_DATA_CALL) {
+    ZOK_LOG_SELF(RILPROXY_REQ_SIGNATURE(MODIFY_DATA_CALL));
     RLOGI("EVENT_MODIFY_DATA_CALL_REQ");
     ZOK_Dedicate_Data_Call_Struct bearer;
-    if (!rilproxy_read_payload(event, &bearer, sizeof(bearer))) {
-        RLOGE("can't get the data");
-        return -1;
-    }
-    RILPROXY_LOG_BEARER_REQUEST(bearer);
+    if (!readBearerRequest(zok_log_signature, event, &bearer)) return -1;
     parcel.writeInt32(kBearerParcelLead);
     parcel.writeInt32(bearer.cid);
     writeQosTft(parcel, &bearer);
     return 0;
 }
 
-// One reply per bearer, all for the same pending event and told apart by index; returns how many
-// went out. One record serves every bearer; it is cleared before each one so that the fields the
-// bearer reader leaves alone (ddcId) are zero rather than the previous bearer's.
-//
-// A num beyond the bearers the payload carries would otherwise make the reader thread send up to
-// 2^31 replies of zeros. Every bearer starts with an int32, so the replies stop once not one is
-// left; a count the payload does carry is answered in full.
-static int replyPerBearer(task_ptr_t task, event_ptr_t event, event_id_t resp_event_id,
-                          android::Parcel &parcel, int result, int num) {
+// One reply per bearer, all for the same pending event and told apart by index: the framework
+// waits for num of them, so bearers the payload lacks go out as zeros. One record serves every
+// bearer; it is cleared before each one so that the fields the bearer reader leaves alone (ddcId)
+// are zero rather than the previous bearer's.
+static void replyPerBearer(const char *signature, task_ptr_t task, event_ptr_t event,
+                           event_id_t resp_event_id, android::Parcel &parcel, int result) {
+    ZOK_LOG_AS(signature);
+    int num = parcel.readInt32();
+    RLOGI("num = %d", num);
     DedicateBearerReply reply;
-    int index = 0;
-    for (; index < num && parcelHasInt32(parcel); index++) {
+    int count = listEntriesToSend(signature, num);
+    for (int index = 0; index < count; index++) {
         memset(&reply, 0, sizeof(reply));
         reply.status = result;
         reply.num = static_cast<uint16_t>(num);
@@ -126,20 +146,18 @@ static int replyPerBearer(task_ptr_t task, event_ptr_t event, event_id_t resp_ev
         readDedicateDataFromParcel(parcel, &reply.bearer);
         rilproxy_reply_response(task, event, resp_event_id, &reply, sizeof(reply));
     }
-    return index;
 }
 
-// The two bearer responses differ only by their first log line; stamped out like the teardown
-// family so that each keeps its own log site.
-#define RILPROXY_BEARER_RESP(name, text)                                            \
-    RILPROXY_RESP(name) {                                                           \
-        RLOGI(text);                                                                \
-        int num = parcel.readInt32();                                               \
-        RLOGI("num = %d", num);                                                     \
-        int sent = replyPerBearer(task, event, resp_event_id, parcel, result, num); \
-        if (sent < num) RLOGE("num = %d, but the response holds %d", num, sent);    \
-        return 0;                                                                   \
-    }
+RILPROXY_RESP(SETUP_DEDICATE_DATA_CALL) {
+    ZOK_LOG_SELF(RILPROXY_RESP_SIGNATURE(SETUP_DEDICATE_DATA_CALL));
+    RLOGI("EVENT_SETUP_DEDICATE_DATA_CALL_RESP");
+    replyPerBearer(zok_log_signature, task, event, resp_event_id, parcel, result);
+    return 0;
+}
 
-RILPROXY_BEARER_RESP(SETUP_DEDICATE_DATA_CALL, "EVENT_SETUP_DEDICATE_DATA_CALL_RESP")
-RILPROXY_BEARER_RESP(MODIFY_DATA_CALL, "EVENT_MODIFY_DATA_CALL_RESP")
+RILPROXY_RESP(MODIFY_DATA_CALL) {
+    ZOK_LOG_SELF(RILPROXY_RESP_SIGNATURE(MODIFY_DATA_CALL));
+    RLOGI("EVENT_MODIFY_DATA_CALL_RESP");
+    replyPerBearer(zok_log_signature, task, event, resp_event_id, parcel, result);
+    return 0;
+}

@@ -12,6 +12,7 @@ constexpr int32_t kPcscfTlvEntries = 2;
 constexpr int32_t kFailCauseTlvEntries = 1;
 
 RILPROXY_REQ_TLV(SETUP_DATA_CALL_TLV) {
+    ZOK_LOG_SELF(RILPROXY_REQ_TLV_SIGNATURE(SETUP_DATA_CALL_TLV));
     RLOGI("EVENT_SETUP_DATA_CALL_REQ");
     DataCallSetupRequest req;
     if (!rilproxy_read_payload(event, &req, sizeof(req))) {
@@ -35,6 +36,7 @@ RILPROXY_REQ_TLV(SETUP_DATA_CALL_TLV) {
 }
 
 RILPROXY_RESP(SETUP_DATA_CALL_TLV) {
+    ZOK_LOG_SELF(RILPROXY_RESP_SIGNATURE(SETUP_DATA_CALL_TLV));
     RLOGI("EVENT_SETUP_DATA_CALL_RESP");
     RLOGI("SIM ID = %d\n", feature->sim_id);
     // The reader never hands a failure here (and drops a TLV success before any row); kept as a
@@ -47,6 +49,7 @@ RILPROXY_RESP(SETUP_DATA_CALL_TLV) {
 }
 
 RILPROXY_REQ_TLV(PCSCF_DISCOVERY_PCO_TLV) {
+    ZOK_LOG_SELF(RILPROXY_REQ_TLV_SIGNATURE(PCSCF_DISCOVERY_PCO_TLV));
     RLOGI("EVENT_PCSCF_DISCOVERY_PCO_REQ");
     CallIdCauseRequest req;
     if (!rilproxy_read_payload(event, &req, sizeof(req))) {
@@ -64,6 +67,7 @@ RILPROXY_REQ_TLV(PCSCF_DISCOVERY_PCO_TLV) {
 }
 
 RILPROXY_RESP(PCSCF_DISCOVERY_PCO_TLV) {
+    ZOK_LOG_SELF(RILPROXY_RESP_SIGNATURE(PCSCF_DISCOVERY_PCO_TLV));
     RLOGI("EVENT_PCSCF_DISCOVERY_PCO_RESP");
     RLOGI("SIM ID = %d\n", feature->sim_id);
     if (result != ZOKRIL_E_SUCCESS) {
@@ -75,6 +79,7 @@ RILPROXY_RESP(PCSCF_DISCOVERY_PCO_TLV) {
 
 // Unlike the plain form, a missing payload fails this request.
 RILPROXY_REQ_TLV(LAST_DATA_CALL_FAIL_CAUSE_TLV) {
+    ZOK_LOG_SELF(RILPROXY_REQ_TLV_SIGNATURE(LAST_DATA_CALL_FAIL_CAUSE_TLV));
     RLOGI("EVENT_LAST_DATA_CALL_FAIL_CAUSE_REQ");
     int len = 0;
     if (event_get_data(event, 0, &len) == nullptr) {
@@ -88,6 +93,7 @@ RILPROXY_REQ_TLV(LAST_DATA_CALL_FAIL_CAUSE_TLV) {
 }
 
 RILPROXY_RESP(LAST_DATA_CALL_FAIL_CAUSE_TLV) {
+    ZOK_LOG_SELF(RILPROXY_RESP_SIGNATURE(LAST_DATA_CALL_FAIL_CAUSE_TLV));
     RLOGI("EVENT_LAST_DATA_CALL_FAIL_CAUSE_RESP");
     RLOGI("SIM ID = %d\n", feature->sim_id);
     if (result != ZOKRIL_E_SUCCESS) {

@@ -37,7 +37,7 @@ TEST(BearerRecordTest, TftWiresInFieldOrderAndNeverReadsPastAField) {
     t.pfList[0].bitmap = 3;
     memset(t.pfList[0].address, 'a', sizeof(t.pfList[0].address));  // no NUL
     t.pfList[0].flowLabel = 4;
-    t.linkedPfNumber = -2;  // an empty list, not a negative count on the wire
+    t.linkedPfNumber = -2;  // written as it is, with nothing after it
     android::Parcel p;
     writeTftStructToParcel(p, &t);
     std::string a65;
@@ -50,7 +50,7 @@ TEST(BearerRecordTest, TftWiresInFieldOrderAndNeverReadsPastAField) {
         " 00 00 00 00 00 00 00 00"  // mask ""
         " 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00"
         " 00 00 00 00 04 00 00 00"   // eight int32 fields, flowLabel
-        " 00 00 00 00 00 00 00 00";  // linkedPfNumber, authtokenFlowIdNumber
+        " fe ff ff ff 00 00 00 00";  // linkedPfNumber, authtokenFlowIdNumber
     EXPECT_EQ(hex(p.data(), p.dataSize()), head + a65 + tail);
 }
 
@@ -75,18 +75,28 @@ ZOK_Tft sampleTft(int pfs, int linked, int entries, int tokens, int flows) {
 }
 
 // Counts at their arrays travel whole; counts beyond them are written clamped, so the same
-// record comes back and whatever follows on the wire stays aligned.
+// record comes back and whatever follows on the wire stays aligned. Negative counts, nested ones
+// too, travel and come back as they are.
 TEST(BearerRecordTest, TftReadsBackWhatWasWritten) {
     const ZOK_Tft full = sampleTft(16, 16, 4, 16, 4);
-    for (const ZOK_Tft &in : {full, sampleTft(17, 99, 5, 30, 9)}) {
+    const ZOK_Tft negative = sampleTft(-1, -2, -3, 0, 0);
+    ZOK_Tft nested = sampleTft(1, 0, 1, 0, 0);
+    nested.authtokenFlowIdList[0].authTokenNumber = -4;
+    nested.authtokenFlowIdList[0].flowIdNumber = -5;
+    const struct {
+        ZOK_Tft in;
+        const ZOK_Tft &out;
+    } cases[] = {
+        {full, full}, {sampleTft(17, 99, 5, 30, 9), full}, {negative, negative}, {nested, nested}};
+    for (const auto &c : cases) {
         android::Parcel p;
-        writeTftStructToParcel(p, const_cast<ZOK_Tft *>(&in));
+        writeTftStructToParcel(p, const_cast<ZOK_Tft *>(&c.in));
         p.writeInt32(0x5EED);
         p.setDataPosition(0);
-        ZOK_Tft out = {};
+        ZOK_Tft out = sampleTft(0, 0, 0, 0, 0);
         readTftStructFromParcel(p, &out);
         EXPECT_EQ(p.readInt32(), 0x5EED);
-        EXPECT_EQ(memcmp(&out, &full, sizeof(out)), 0);
+        EXPECT_EQ(memcmp(&out, &c.out, sizeof(out)), 0);
     }
 }
 

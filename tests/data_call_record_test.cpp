@@ -92,7 +92,10 @@ TEST(DataCallRecordTest, ExtendedVersionReadsBearersAndOnlyDefaultDdcId) {
         int bearers;    // present on the wire, cids 100, 101, ...
         bool tail;      // ddcId 9, default bearer cid 13, eran_type 3
         int32_t stored, lastStoredCid;
-    } cases[] = {{2, 2, true, 2, 101}, {12, 12, true, 11, 110}, {1000000, 1, false, 11, 0}};
+    } cases[] = {{2, 2, true, 2, 101},
+                 {12, 12, true, 11, 110},
+                 {1000000, 1, false, 11, 0},
+                 {-1, 0, true, -1, 0}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.count);
         Wire w;
@@ -104,8 +107,10 @@ TEST(DataCallRecordTest, ExtendedVersionReadsBearersAndOnlyDefaultDdcId) {
         EXPECT_EQ(d->ipv6DnsNum, 1u);  // the empty text is one token, taken the IPv6 way
         EXPECT_EQ(d->concatenateNum, c.stored);
         EXPECT_EQ(d->concatenate[0].ddcId, 0x5A5A5A5A);
-        EXPECT_EQ(d->concatenate[0].cid, 100);
-        EXPECT_EQ(d->concatenate[c.stored - 1].cid, c.lastStoredCid);
+        EXPECT_EQ(d->concatenate[0].cid, c.stored > 0 ? 100 : 0x5A5A5A5A);
+        if (c.stored > 0) {
+            EXPECT_EQ(d->concatenate[c.stored - 1].cid, c.lastStoredCid);
+        }
         EXPECT_EQ(d->defaultBearerValid, 1);
         if (c.tail) {
             EXPECT_EQ(d->defaultBearer.ddcId, 9);

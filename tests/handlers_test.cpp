@@ -137,12 +137,19 @@ TEST_F(HandlersTest, ResponsesAndErrorsBecomeReplies) {
          "05 00 00 00 01 00 00 00 00 00 00 00 ff ff ff ff 07 00 00 00 02 00 00 00", 0,
          {{4004, 47876, {{0, "00 00 00 00 00 00 00 00 ff ff ff ff 07 00 00 00 02 00 00 00"}}}}, -1,
          "version = 5, num = 1"},
-        // One bearer (interfaceId 10, cid 3, active 1, bearerId 5) where 1000 are announced.
+        // One bearer (interfaceId 10, cid 3, active 1, bearerId 5) where 3 are announced: the
+        // two the payload lacks are zeros under their own index.
         {rilproxy_MODIFY_DATA_CALL_resp, 4010, {},
-         "e8 03 00 00 0a 00 00 00 00 00 00 00 03 00 00 00 01 00 00 00 00 00 00 00 05 00 00 00 "
+         "03 00 00 00 0a 00 00 00 00 00 00 00 03 00 00 00 01 00 00 00 00 00 00 00 05 00 00 00 "
          "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00",
-         0, {{4010, 3964, {{0, "00 00 00 00 e8 03 00 00 00 00 00 00 0a"}}}}, -1,
-         "num = 1000, but the response holds 1"},
+         0, {{4010, 3964, {{0, "00 00 00 00 03 00 00 00 00 00 00 00 0a"}}},
+             {4010, 3964, {{0, "00 00 00 00 03 00 01 00 00 00 00 00 00 00 00 00"}}},
+             {4010, 3964, {{0, "00 00 00 00 03 00 02 00 00 00 00 00 00 00 00 00"}}}}, -1,
+         "num = 3"},
+        // 1000 announced, none carried: the replies stop at the ceiling.
+        {rilproxy_SETUP_DEDICATE_DATA_CALL_resp, 4008, {}, "e8 03 00 00", 0,
+         std::vector<ExpectedEvent>(256, {4008, 3964, {{0, "00 00 00 00 e8 03"}}}), -1,
+         "num = 1000, only the first 256 entries are sent"},
         {rilproxy_SETUP_DATA_CALL_TLV_resp, 4004, {}, "", 3, {{4004, 8, {{0, kStatus2}}}}, -1,
          "resp_result (3) != ZOKRIL_E_SUCCESS"},
         {rilproxy_PCSCF_DISCOVERY_PCO_TLV_resp, 4016, {}, "", 7, {{4016, 8, {{0, kStatus2}}}}, -1,

@@ -1,5 +1,5 @@
 // Every entity log line goes through one macro: priority and tag from the framework's tables and
-// a fixed-width prefix with the writing function's signature and line.
+// a fixed-width prefix with the signature the writing function logs under, and the line.
 #include "core/log.h"
 
 #include <gtest/gtest.h>
@@ -7,13 +7,17 @@
 #include "support/log_capture.h"
 
 static int shortest() {
+    ZOK_LOG_AS("int shortest()");
     RLOGI("done\n");
     return __LINE__ - 1;
 }
 
 namespace {
 
-int a_function_with_a_rather_long_name(int value) {
+// A helper in an anonymous namespace writes under the function it works for: the prefix is that
+// function's signature in clang's spelling, whichever compiler built this.
+int a_helper_of_the_reader(int value) {
+    ZOK_LOG_AS(kSigCmdRespThread);
     RLOGE("value = %d", value);
     return __LINE__ - 1;
 }
@@ -21,12 +25,12 @@ int a_function_with_a_rather_long_name(int value) {
 TEST(LogTest, PrefixLevelAndTag) {
     ASSERT_NE(android_log_prio[1], android_log_prio[8]);
     LogCapture logs;
-    const int line = a_function_with_a_rather_long_name(7), shortLine = shortest();
+    const int line = a_helper_of_the_reader(7), shortLine = shortest();
     auto lines = logs.lines();
     ASSERT_EQ(lines.size(), 2u);
     // The signature is cut to 24 columns, or right-aligned in them.
     char expected[2][128];
-    snprintf(expected[0], 128, " (int {anonymous}::a_funct, %4d) value = 7", line);
+    snprintf(expected[0], 128, " (void *rilproxy_cmd_resp_, %4d) value = 7", line);
     snprintf(expected[1], 128, " (          int shortest(), %4d) done\n", shortLine);
     for (int i = 0; i < 2; i++) {
         EXPECT_EQ(lines[i].text, expected[i]);

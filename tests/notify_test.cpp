@@ -42,6 +42,13 @@ const std::string kResponseV1001 =
     hex(std::vector<uint8_t>(40)) + " 02 00 00 00";
 
 constexpr size_t kList = 47872, kBearer = 3960;
+// An entry the payload lacks: status 0 and a record of zeros.
+const std::string kZeros = hex(std::vector<uint8_t>(64));
+// A data call the payload lacks: zeros, but the empty type text is no family (-1) and the
+// missing interface name reads as the null text.
+const std::string kCallEmpty =
+    "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 ff ff ff ff 28 6e "
+    "75 6c 6c 29 00 00";
 
 TEST(NotifyTest, RowsSendExactlyTheDecodedEventsToTheDataManager) {
     const int err = android_log_prio[1], info = android_log_prio[8];
@@ -58,7 +65,8 @@ TEST(NotifyTest, RowsSendExactlyTheDecodedEventsToTheDataManager) {
          {{4021, kList, {{0, kCallHead}, {156, "01 02 03 04"}}},
           {4021, kList, {{0, kCallHead}, {156, "00 00 00 00"}}}}, "ver 6 num = 2", info},
         {"list count beyond the payload", 6002, "06 00 00 00 03 00 00 00 " + kCallV6 + "00 00",
-         {{4021, kList, {{0, kCallHead}}}}, "num = 3, but the payload ends after 1 entries", err},
+         {{4021, kList, {{0, kCallHead}}}, {4021, kList, {{0, kCallEmpty}}},
+          {4021, kList, {{0, kCallEmpty}}}}, "ver 6 num = 3", info},
         {"list negative", 6002, "0b 00 00 00 ff ff ff ff", {}, "ver 11 num = -1", info},
         {"activated bearers start clean", 3030, "02 00 00 00 " + kBearerFull + kBearerBare,
          {{4024, kBearer, {{0, "00 00 00 00 00 00 00 00 01 00 00 00 05 00 00 00 06 00 00 00 01 00"
@@ -67,6 +75,14 @@ TEST(NotifyTest, RowsSendExactlyTheDecodedEventsToTheDataManager) {
           {4024, kBearer, {{16, "08 00 00 00 01 00 00 00 00 00 00 00 09 00 00 00"}, {36, hex(std::vector<uint8_t>(24))},
                            {3696, "00 00 00 00 00 00 00 00"}}}}, "num = 2", info},
         {"activated negative", 3030, "fe ff ff ff 00 00 00 00", {}, "num = -2", info},
+        {"activated count beyond the payload", 3030, "03 00 00 00 " + kBearerBare,
+         {{4024, kBearer, {{16, "08 00 00 00"}}}, {4024, kBearer, {{0, kZeros}}},
+          {4024, kBearer, {{0, kZeros}}}}, "num = 3", info},
+        {"modified count, nothing after it", 3031, "01 00 00 00",
+         {{4025, kBearer, {{0, kZeros}}}}, "num = 1", info},
+        {"modified count above the ceiling", 3031, "ff ff ff 7f",
+         std::vector<ExpectedEvent>(256, {4025, kBearer, {{0, kZeros}}}),
+         "num = 2147483647, only the first 256 entries are sent", err},
         {"modified bearer cut short", 3031, "01 00 00 00 01 00 00 00 05 00 00 00 0a 00 00 00",
          {{4025, kBearer, {{8, "01 00 00 00 05 00 00 00 0a 00 00 00 00 00 00 00"}}}}, "num = 1",
          info},

@@ -12,6 +12,7 @@
 #include "core/log.h"
 
 int _send_full(int fd, char *buf, int len) {
+    ZOK_LOG_SELF(kSigSendFull);
     int offset = 0;
     while (offset < len) {
         // MSG_NOSIGNAL: a peer that has gone away must come back as EPIPE, not kill the process.
@@ -37,6 +38,7 @@ int _send_full(int fd, char *buf, int len) {
 }
 
 int _recv_full(int fd, char *buf, int len) {
+    ZOK_LOG_SELF(kSigRecvFull);
     int offset = 0;
     while (offset < len) {
         ssize_t n = recv(fd, buf + offset, static_cast<size_t>(len - offset), 0);
@@ -57,6 +59,7 @@ int _recv_full(int fd, char *buf, int len) {
 }
 
 int rilproxy_send_ril_request(int fd, rilproxy_ril_requset_param_t *param) {
+    ZOK_LOG_SELF(kSigSendRilRequest);
     const uint8_t *data = param->parcel.data();
     size_t data_size = param->parcel.dataSize();
     uint32_t send_size = static_cast<uint32_t>(data_size) + RIL_REQ_HEADER_WORDS_AFTER_LENGTH;

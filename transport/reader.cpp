@@ -30,9 +30,6 @@ static_assert(SYS_exit_group == 94, "the device's exit-group system call");
 extern "C" void __gcov_dump(void);
 #endif
 
-// Helpers are file-static rather than in an anonymous namespace: their signatures open every
-// log line, and "{anonymous}::" would eat most of the 24 columns.
-
 constexpr uint32_t kWord = 4;
 constexpr size_t kNameSize = 128;
 constexpr size_t kPipeDrainSize = 1024;
@@ -72,6 +69,7 @@ struct Frame {
 }  // namespace
 
 static bool takeFromLength(Frame *f, uint32_t n) {
+    ZOK_LOG_AS(kSigCmdRespThread);
     if (f->remaining < n) {
         RLOGE("invalid frame length %u", f->length);
         return false;
@@ -88,6 +86,7 @@ static bool recvWord(int fd, Frame *f, void *word) {
 // Payload of length + 1 zeroed bytes: more than the payload needs, so a text payload (and the
 // AT answer's text 4 bytes in) is always NUL-terminated inside the buffer.
 static unsigned char *recvPayload(int fd, Frame *f) {
+    ZOK_LOG_AS(kSigCmdRespThread);
     unsigned char *payload = static_cast<unsigned char *>(calloc(f->length + 1u, 1));
     if (payload == nullptr) {
         RLOGE("can't get the memory");
@@ -104,6 +103,7 @@ static unsigned char *recvPayload(int fd, Frame *f) {
 
 // A partial last line is deliberately not logged.
 static void dumpPayload(const unsigned char *payload, uint32_t size) {
+    ZOK_LOG_AS(kSigCmdRespThread);
     char line[1024];
     size_t used = 0;
     line[0] = '\0';
@@ -128,6 +128,7 @@ template <typename Row>
 static bool dispatchToRow(rilproxy_entity_priv_t *ctx, Row *rows, event_ptr_t event,
                           event_id_t event_id, const Frame &f, unsigned char *payload,
                           ril_supported_feature_t *feature) {
+    ZOK_LOG_AS(kSigCmdRespThread);
     for (Row *row = rows; row != nullptr && !isReaderEndRow(*row); row++) {
         if (row->req_event_id != event_id) continue;
         if (f.result == ZOKRIL_E_SUCCESS) {
@@ -147,6 +148,7 @@ static bool dispatchToRow(rilproxy_entity_priv_t *ctx, Row *rows, event_ptr_t ev
 
 static void answerAtCommand(rilproxy_entity_priv_t *ctx, event_ptr_t event, int32_t result,
                             unsigned char *payload) {
+    ZOK_LOG_AS(kSigCmdRespThread);
     // The requester's token is the first field of its request record; a record shorter than
     // that (or none) is read as zeros rather than past its end.
     AtCommandRequest request;
@@ -171,6 +173,7 @@ static void answerAtCommand(rilproxy_entity_priv_t *ctx, event_ptr_t event, int3
 static rilproxy_frame_result readSolicited(rilproxy_entity_priv_t *ctx, int fd, Frame *f,
                                            ril_supported_feature_t *feature,
                                            const rilproxy_reader_tables_t *tables) {
+    ZOK_LOG_AS(kSigCmdRespThread);
     if (!takeFromLength(f, kWord)) return RILPROXY_FRAME_FATAL;
     if (!recvWord(fd, f, &f->serial_no)) {
         RLOGE("socket get serial error");
@@ -236,6 +239,7 @@ static rilproxy_frame_result readSolicited(rilproxy_entity_priv_t *ctx, int fd, 
 static rilproxy_frame_result readUnsolicited(rilproxy_entity_priv_t *ctx, int fd, Frame *f,
                                              ril_supported_feature_t *feature,
                                              const rilproxy_reader_tables_t *tables) {
+    ZOK_LOG_AS(kSigCmdRespThread);
     if (!takeFromLength(f, kWord)) return RILPROXY_FRAME_FATAL;
     if (!recvWord(fd, f, &f->id)) {
         RLOGE("socket get id error");
@@ -267,6 +271,7 @@ static rilproxy_frame_result readUnsolicited(rilproxy_entity_priv_t *ctx, int fd
 }
 
 static void chooseSocketName(rilproxy_thread_priv_t *record, char *name, size_t size) {
+    ZOK_LOG_AS(kSigCmdRespThread);
     if (record->socket_name[0] != '\0') {
         // Bounded by the field too: the dispatcher writes it, and a name without its NUL must
         // not run into the next field.
@@ -286,6 +291,7 @@ static void chooseSocketName(rilproxy_thread_priv_t *record, char *name, size_t 
 
 // Returns when the connection must be torn down.
 static void serveConnection(rilproxy_thread_priv_t *record, int fd) {
+    ZOK_LOG_AS(kSigCmdRespThread);
     for (;;) {
         // A sender marks a failed send with -1; 0 counts as lost too.
         if (record->fd.load(std::memory_order_relaxed) <= 0) return;
@@ -301,6 +307,7 @@ static void serveConnection(rilproxy_thread_priv_t *record, int fd) {
 // The order matters: the framework hears "closed" before the waiting events are released, and
 // the IMS daemons are stopped before the process ends so that init restarts them together.
 static void tearDown(rilproxy_thread_priv_t *record, int fd) {
+    ZOK_LOG_AS(kSigCmdRespThread);
     rilproxy_entity_priv_t *entity = record->entity;
     {
         RilproxyMutexHold hold(&record->sock_mutex);
@@ -331,6 +338,7 @@ static void tearDown(rilproxy_thread_priv_t *record, int fd) {
 }
 
 int rilproxy_check_thread_pipe(rilproxy_thread_priv_t *thread, int fd, int timeout) {
+    ZOK_LOG_SELF(kSigCheckThreadPipe);
     int pipeFd = thread->pipe_fd[0];
     // FD_SET past FD_SETSIZE writes beyond the set; such a descriptor cannot be waited on here.
     if (pipeFd < 0 || pipeFd >= FD_SETSIZE || fd >= FD_SETSIZE) {
@@ -371,6 +379,7 @@ int rilproxy_check_thread_pipe(rilproxy_thread_priv_t *thread, int fd, int timeo
 
 rilproxy_frame_result rilproxy_read_one_frame_with(rilproxy_entity_priv_t *ctx, int fd,
                                                    const rilproxy_reader_tables_t *tables) {
+    ZOK_LOG_AS(kSigCmdRespThread);
     uint32_t header[kHeaderWords];
     memset(header, 0, sizeof(header));
     Frame f;
@@ -427,6 +436,7 @@ rilproxy_frame_result rilproxy_read_one_frame(rilproxy_entity_priv_t *ctx, int f
 }
 
 void *rilproxy_cmd_resp_thread(void *arg) {
+    ZOK_LOG_SELF(kSigCmdRespThread);
     rilproxy_thread_priv_t *record = static_cast<rilproxy_thread_priv_t *>(arg);
     rilproxy_entity_priv_t *entity = record->entity;
     // Zeroed once, not per attempt: a name that fails is overwritten by the next choice.

