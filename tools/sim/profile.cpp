@@ -19,6 +19,7 @@
 #include "codec/bearer_record.h"
 #include "codec/parcel_strings.h"
 #include "tools/sim/output.h"
+#include "tools/sim/payloads.h"
 #include "wire_format.h"
 #include "zok_records.h"
 
@@ -35,13 +36,8 @@ constexpr const char *kAddresses = "10.0.0.2 32.1.13.184.0.0.0.0.0.0.0.0.0.0.0.2
 constexpr const char *kDnses = "8.8.8.8 32.1.72.96.72.96.0.0.0.0.0.0.0.0.136.136";
 constexpr const char *kGateways = "10.0.0.1";
 constexpr const char *kPcscf = "10.0.0.10 32.1.13.184.0.0.0.0.0.0.0.0.0.0.0.16";
-constexpr int kMtu = 1400;
 constexpr int kLastFailCause = 33;
 constexpr const char *kAtAnswer = "\r\nOK\r\n";
-
-std::vector<uint8_t> bytesOf(const android::Parcel &p) {
-    return std::vector<uint8_t>(p.data(), p.data() + p.dataSize());
-}
 
 // Reads what the entity wrote. Past the end a Parcel reads 0 or a null String16; `ok` tells the
 // caller whether the payload really held what was asked for.
@@ -125,26 +121,12 @@ std::string describeAt(const std::vector<uint8_t> &payload) {
     return "channel " + std::to_string(index) + " \"" + tool_output::escapeText(text) + "\"";
 }
 
-void writeDataCallEntry(android::Parcel &p, int cid) {
-    p.writeInt32(0);   // status
-    p.writeInt32(-1);  // suggested retry time: none
-    p.writeInt32(cid);
-    p.writeInt32(2);  // active, link up
-    writeUtf8StringToParcel(p, "IPV4V6");
-    writeUtf8StringToParcel(p, "rmnet_data0");
-    writeUtf8StringToParcel(p, kAddresses);
-    writeUtf8StringToParcel(p, kDnses);
-    writeUtf8StringToParcel(p, kGateways);
-    writeUtf8StringToParcel(p, kPcscf);
-    p.writeInt32(kMtu);
-}
-
 std::vector<uint8_t> dataCallList(int cid) {
     android::Parcel p;
     p.writeInt32(kDataCallVersion);
     p.writeInt32(1);
-    writeDataCallEntry(p, cid);
-    return bytesOf(p);
+    writeDataCallEntry(p, kDataCallVersion, cid, {kAddresses, kDnses, kGateways, kPcscf});
+    return parcelBytes(p);
 }
 
 void writeBearer(android::Parcel &p, int interfaceId, int cid, bool modified) {
@@ -186,7 +168,7 @@ std::vector<uint8_t> bearerList(int interfaceId, int cid, bool modified) {
     android::Parcel p;
     p.writeInt32(1);
     writeBearer(p, interfaceId, cid, modified);
-    return bytesOf(p);
+    return parcelBytes(p);
 }
 
 // The n-th int32 of a payload, or `fallback` when it is not there.
@@ -345,21 +327,14 @@ Answer answerRequest(const RequestFrame &request, bool tlv) {
             a.summary = "1 bearer, cid " + std::to_string(cid) + ", modified QoS";
             break;
         }
-        case ZOKRIL_REQUEST_PCSCF_DISCOVERY_PCO: {
-            android::Parcel parcel;
-            writeUtf8StringToParcel(parcel, kPcscf);
-            a.payload = bytesOf(parcel);
+        case ZOKRIL_REQUEST_PCSCF_DISCOVERY_PCO:
+            a.payload = textParcel(kPcscf);
             a.summary = std::string("P-CSCF \"") + kPcscf + "\"";
             break;
-        }
-        case RIL_REQUEST_LAST_DATA_CALL_FAIL_CAUSE: {
-            android::Parcel parcel;
-            parcel.writeInt32(1);
-            parcel.writeInt32(kLastFailCause);
-            a.payload = bytesOf(parcel);
+        case RIL_REQUEST_LAST_DATA_CALL_FAIL_CAUSE:
+            a.payload = int32Parcel({1, kLastFailCause});
             a.summary = "fail cause " + std::to_string(kLastFailCause);
             break;
-        }
         case RIL_REQUEST_DEACTIVATE_DATA_CALL:
         case ZOKRIL_REQUEST_DEACTIVATE_DATA_CALL_2:
         case ZOKRIL_REQUEST_DEACTIVATE_DEDICATE_DATA_CALL:
@@ -381,13 +356,10 @@ Answer answerRequest(const RequestFrame &request, bool tlv) {
             break;
         case ZOKRIL_REQUEST_SEND_AT_CMD:
         case ZOKRIL_REQUEST_SEND_AT_CMD_307:
-        case ZOKRIL_REQUEST_SEND_AT_CMD_EXT: {
-            // int32 0, then the answer as raw text: the entity reads the text 4 bytes in.
-            a.payload.assign(4, 0);
-            a.payload.insert(a.payload.end(), kAtAnswer, kAtAnswer + strlen(kAtAnswer));
+        case ZOKRIL_REQUEST_SEND_AT_CMD_EXT:
+            a.payload = atAnswerPayload(kAtAnswer);
             a.summary = std::string("AT \"") + tool_output::escapeText(kAtAnswer) + "\"";
             break;
-        }
         default:
             a.result = ZOKRIL_E_REQUEST_NOT_SUPPORTED;
             a.summary = "not supported";
@@ -405,10 +377,7 @@ std::vector<uint8_t> builtinBearer(bool modify) {
 }
 
 std::vector<uint8_t> builtinBearerDeactivated() {
-    android::Parcel p;
-    p.writeInt32(1);
-    p.writeInt32(kDedicatedCid);
-    return bytesOf(p);
+    return int32Parcel({1, kDedicatedCid});
 }
 
 std::vector<uint8_t> builtinDataCallResponse() {
