@@ -121,6 +121,9 @@ bool parseHex(const std::string &text, std::vector<uint8_t> *out) {
 
 // \r \n \t \s (blank) \\ ; anything else after a backslash is an error.
 bool decodeEscapes(const std::string &text, std::string *out) {
+    static const struct {
+        char written, meant;
+    } kEscapes[] = {{'r', '\r'}, {'n', '\n'}, {'t', '\t'}, {'s', ' '}, {'\\', '\\'}};
     out->clear();
     for (size_t i = 0; i < text.size(); i++) {
         if (text[i] != '\\') {
@@ -128,25 +131,13 @@ bool decodeEscapes(const std::string &text, std::string *out) {
             continue;
         }
         if (++i >= text.size()) return false;
-        switch (text[i]) {
-            case 'r':
-                out->push_back('\r');
-                break;
-            case 'n':
-                out->push_back('\n');
-                break;
-            case 't':
-                out->push_back('\t');
-                break;
-            case 's':
-                out->push_back(' ');
-                break;
-            case '\\':
-                out->push_back('\\');
-                break;
-            default:
-                return false;
+        bool known = false;
+        for (const auto &e : kEscapes) {
+            if (text[i] != e.written) continue;
+            out->push_back(e.meant);
+            known = true;
         }
+        if (!known) return false;
     }
     return true;
 }
