@@ -15,6 +15,7 @@ set(ZOK_ENTITY_SOURCES
     handlers/tlv_handlers.cpp
     codec/bearer_record.cpp
     codec/data_call_record.cpp
+    codec/ip_address_text.cpp
     codec/notify.cpp
     codec/notify_table.cpp
     codec/parcel_strings.cpp

@@ -4,7 +4,7 @@
 
 #include <string.h>
 
-#include "codec/data_call_record.h"
+#include "codec/ip_address_text.h"
 #include "codec/parcel_strings.h"
 #include "codec/wire_lists.h"
 #include "core/log.h"

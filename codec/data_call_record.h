@@ -1,5 +1,5 @@
-// One data-call entry from a Parcel into ZOK_Data_Call_Response_v11, and the address texts of the
-// daemon turned into bytes. Any thread; no state.
+// One data-call entry from a Parcel into ZOK_Data_Call_Response_v11, with its address, gateway
+// and DNS texts. Any thread; no state.
 #ifndef ZOK_CODEC_DATA_CALL_RECORD_H
 #define ZOK_CODEC_DATA_CALL_RECORD_H
 
@@ -12,9 +12,5 @@ void readDataCallFromParcel(android::Parcel &parcel, ZOK_Data_Call_Response_v11 
 void parseIPAddress(char *ipType, char *addresses, int *type, unsigned int *ipv4,
                     unsigned char *ipv6);
 void parseGatewayAddress(char *gateways, unsigned int *ipv4, unsigned int *ipv6);
-// 1: sixteen dotted numbers (IPv6); 0: three or more dots (IPv4); -1: neither.
-int classifyIpAddressText(char *text);
-int ipv6TextToBytes(char *text, unsigned char *out16);
-int ipv4TextToBytes(char *text, unsigned char *out4);
 
 #endif  // ZOK_CODEC_DATA_CALL_RECORD_H

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "codec/ip_address_text.h"
 #include "support/bytes.h"
 #include "support/log_capture.h"
 

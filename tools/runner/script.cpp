@@ -3,6 +3,7 @@
 #include "tools/runner/script.h"
 
 #include <errno.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -120,6 +121,9 @@ bool parseHex(const std::string &text, std::vector<uint8_t> *out) {
 
 // \r \n \t \s (blank) \\ ; anything else after a backslash is an error.
 bool decodeEscapes(const std::string &text, std::string *out) {
+    static const struct {
+        char written, meant;
+    } kEscapes[] = {{'r', '\r'}, {'n', '\n'}, {'t', '\t'}, {'s', ' '}, {'\\', '\\'}};
     out->clear();
     for (size_t i = 0; i < text.size(); i++) {
         if (text[i] != '\\') {
@@ -127,25 +131,13 @@ bool decodeEscapes(const std::string &text, std::string *out) {
             continue;
         }
         if (++i >= text.size()) return false;
-        switch (text[i]) {
-            case 'r':
-                out->push_back('\r');
-                break;
-            case 'n':
-                out->push_back('\n');
-                break;
-            case 't':
-                out->push_back('\t');
-                break;
-            case 's':
-                out->push_back(' ');
-                break;
-            case '\\':
-                out->push_back('\\');
-                break;
-            default:
-                return false;
+        bool known = false;
+        for (const auto &e : kEscapes) {
+            if (text[i] != e.written) continue;
+            out->push_back(e.meant);
+            known = true;
         }
+        if (!known) return false;
     }
     return true;
 }
@@ -238,168 +230,185 @@ bool parsePost(const std::vector<Token> &tokens, Command *c, std::string *why) {
     return true;
 }
 
+// The words after the command's own, as one token list, with the line they came from.
+struct Args {
+    const std::string &line;
+    const std::vector<Token> &tokens;
+};
+
+// A number within [min, max]; otherwise `why` names the argument: "bad <what> '<text>'".
+bool number(const Token &token, int64_t min, int64_t max, const char *what, int64_t *out,
+            std::string *why) {
+    if (parseInt64(token.text, min, max, out)) return true;
+    *why = std::string("bad ") + what + " '" + token.text + "'";
+    return false;
+}
+
+// The rest of the line after `token`, as written (blanks and '#' included), trailing blanks cut.
+std::string restOfLine(const Args &a, size_t token) {
+    std::string rest = a.line.substr(a.line.find_first_not_of(" \t", a.tokens[token].end));
+    rest.erase(rest.find_last_not_of(" \t\r") + 1);
+    return rest;
+}
+
+bool eventIdAt(const Args &a, size_t token, int32_t *out, std::string *why) {
+    if (parseEventId(a.tokens[token].text, out)) return true;
+    *why = "bad event id '" + a.tokens[token].text + "'";
+    return false;
+}
+
+bool buildPost(const Args &a, Command *c, std::string *why) {
+    return eventIdAt(a, 1, &c->id, why) && parsePost(a.tokens, c, why);
+}
+
+bool buildAt(const Args &a, Command *c, std::string *why) {
+    int64_t channel, simId;
+    if (!number(a.tokens[1], 0, UINT32_MAX, "channel", &channel, why) ||
+        !number(a.tokens[2], 0, UINT32_MAX, "SIM id", &simId, why)) {
+        return false;
+    }
+    c->channel = static_cast<uint32_t>(channel);
+    c->simId = static_cast<uint32_t>(simId);
+    if (!parseUint64(a.tokens[3].text, &c->token)) {
+        *why = "bad token '" + a.tokens[3].text + "'";
+        return false;
+    }
+    if (!decodeEscapes(restOfLine(a, 3), &c->text)) {
+        *why = "bad escape in the AT text";
+        return false;
+    }
+    return true;
+}
+
+bool buildConnect(const Args &a, Command *c, std::string *why) {
+    c->payload.assign(2 * kSocketNameSize, 0);
+    for (size_t i = 1; i < a.tokens.size(); i++) {
+        const std::string &name = a.tokens[i].text;
+        if (name.size() >= kSocketNameSize) {
+            *why = "socket name '" + name + "' longer than 31 characters";
+            return false;
+        }
+        memcpy(c->payload.data() + (i - 1) * kSocketNameSize, name.data(), name.size());
+    }
+    return true;
+}
+
+bool buildProp(const Args &a, Command *c, std::string *) {
+    c->key = a.tokens[1].text;
+    c->text = restOfLine(a, 1);
+    return true;
+}
+
+bool buildWait(const Args &a, Command *c, std::string *why) {
+    if (!eventIdAt(a, 1, &c->id, why)) return false;
+    int64_t ms = 5000;
+    if (a.tokens.size() == 3 && !number(a.tokens[2], 1, INT32_MAX, "time-out", &ms, why)) {
+        return false;
+    }
+    c->timeoutMs = static_cast<int>(ms);
+    return true;
+}
+
+bool buildSleep(const Args &a, Command *c, std::string *why) {
+    int64_t ms;
+    if (!number(a.tokens[1], 0, INT32_MAX, "duration", &ms, why)) return false;
+    c->timeoutMs = static_cast<int>(ms);
+    return true;
+}
+
+bool buildSimFail(const Args &a, Command *c, std::string *why) {
+    int64_t request, result;
+    if (!number(a.tokens[2], 1, INT32_MAX, "RIL request id", &request, why) ||
+        !number(a.tokens[3], INT32_MIN, INT32_MAX, "result", &result, why)) {
+        return false;
+    }
+    c->id = static_cast<int32_t>(request);
+    c->result = static_cast<int32_t>(result);
+    return true;
+}
+
+// `sim unsol NAME` (a built-in payload by name) or `sim unsol ID [HEX]`.
+bool buildSimUnsol(const Args &a, Command *c, std::string *why) {
+    const std::string &what = a.tokens[2].text;
+    if (a.tokens.size() == 3 && !what.empty() && (what[0] < '0' || what[0] > '9')) {
+        if (rild_sim::builtinUnsolicited(what, &c->id, &c->payload)) return true;
+        *why = "unknown built-in unsolicited '" + what + "'";
+        return false;
+    }
+    int64_t id;
+    if (!number(a.tokens[2], 1, INT32_MAX, "unsolicited id", &id, why)) return false;
+    c->id = static_cast<int32_t>(id);
+    if (a.tokens.size() == 4 && !parseHex(a.tokens[3].text, &c->payload)) {
+        *why = "bad hex '" + a.tokens[3].text + "'";
+        return false;
+    }
+    return true;
+}
+
+// One row per command. Token counts include the command's own words; kAnyMore leaves the count
+// open. A row with `tooFew` names the missing arguments, the others say "wrong number".
+constexpr size_t kAnyMore = SIZE_MAX;
+
+struct CommandRow {
+    const char *word;
+    const char *subword;  // the second word of a `sim` command; null for the others
+    Command::Kind kind;
+    size_t minTokens, maxTokens;
+    const char *tooFew;
+    bool (*build)(const Args &, Command *, std::string *);  // null: no arguments to read
+};
+
+const CommandRow kCommands[] = {
+    {"post", nullptr, Command::Post, 2, kAnyMore, "post needs an event id", buildPost},
+    {"at", nullptr, Command::At, 5, kAnyMore, "at needs CHANNEL SIM TOKEN TEXT", buildAt},
+    {"connect", nullptr, Command::Connect, 1, 3, nullptr, buildConnect},
+    {"disconnect", nullptr, Command::Disconnect, 1, 1, nullptr, nullptr},
+    {"prop", nullptr, Command::Prop, 3, kAnyMore, "prop needs KEY VALUE", buildProp},
+    {"wait", nullptr, Command::Wait, 2, 3, nullptr, buildWait},
+    {"sleep", nullptr, Command::Sleep, 2, 2, nullptr, buildSleep},
+    {"quit", nullptr, Command::Quit, 1, 1, nullptr, nullptr},
+    {"sim", "close", Command::SimClose, 2, 2, nullptr, nullptr},
+    {"sim", "fail", Command::SimFail, 4, 4, nullptr, buildSimFail},
+    {"sim", "unsol", Command::SimUnsol, 3, 4, nullptr, buildSimUnsol},
+};
+
 bool parseLine(const std::string &line, const std::vector<Token> &tokens, bool withSim, Command *c,
                std::string *why) {
     const std::string &verb = tokens[0].text;
-    size_t n = tokens.size();
-    auto arity = [&](size_t min, size_t max) {
-        if (n < min || n > max) {
-            *why = "wrong number of arguments for '" + verb + "'";
-            return false;
+    const size_t n = tokens.size();
+    const CommandRow *row = nullptr;
+    bool knownVerb = false;
+    for (const CommandRow &r : kCommands) {
+        if (verb != r.word) continue;
+        knownVerb = true;
+        if (r.subword == nullptr || (n >= 2 && tokens[1].text == r.subword)) {
+            row = &r;
+            break;
         }
-        return true;
-    };
-    int64_t v;
-    if (verb == "post") {
-        c->kind = Command::Post;
-        if (n < 2 || !parseEventId(tokens[1].text, &c->id)) {
-            *why = n < 2 ? "post needs an event id" : "bad event id '" + tokens[1].text + "'";
-            return false;
-        }
-        return parsePost(tokens, c, why);
     }
-    if (verb == "at") {
-        c->kind = Command::At;
-        if (n < 5) {
-            *why = "at needs CHANNEL SIM TOKEN TEXT";
-            return false;
-        }
-        if (!parseInt64(tokens[1].text, 0, UINT32_MAX, &v)) {
-            *why = "bad channel '" + tokens[1].text + "'";
-            return false;
-        }
-        c->channel = static_cast<uint32_t>(v);
-        if (!parseInt64(tokens[2].text, 0, UINT32_MAX, &v)) {
-            *why = "bad SIM id '" + tokens[2].text + "'";
-            return false;
-        }
-        c->simId = static_cast<uint32_t>(v);
-        if (!parseUint64(tokens[3].text, &c->token)) {
-            *why = "bad token '" + tokens[3].text + "'";
-            return false;
-        }
-        // The text is the rest of the line as written (blanks and '#' included).
-        size_t start = line.find_first_not_of(" \t", tokens[3].end);
-        std::string raw = line.substr(start);
-        raw.erase(raw.find_last_not_of(" \t\r") + 1);
-        if (!decodeEscapes(raw, &c->text)) {
-            *why = "bad escape in the AT text";
-            return false;
-        }
-        return true;
-    }
-    if (verb == "connect") {
-        c->kind = Command::Connect;
-        if (!arity(1, 3)) return false;
-        c->payload.assign(2 * kSocketNameSize, 0);
-        for (size_t i = 1; i < n; i++) {
-            const std::string &name = tokens[i].text;
-            if (name.size() >= kSocketNameSize) {
-                *why = "socket name '" + name + "' longer than 31 characters";
-                return false;
-            }
-            memcpy(c->payload.data() + (i - 1) * kSocketNameSize, name.data(), name.size());
-        }
-        return true;
-    }
-    if (verb == "disconnect") {
-        c->kind = Command::Disconnect;
-        return arity(1, 1);
-    }
-    if (verb == "prop") {
-        c->kind = Command::Prop;
-        if (n < 3) {
-            *why = "prop needs KEY VALUE";
-            return false;
-        }
-        c->key = tokens[1].text;
-        size_t start = line.find_first_not_of(" \t", tokens[1].end);
-        c->text = line.substr(start);
-        c->text.erase(c->text.find_last_not_of(" \t\r") + 1);
-        return true;
-    }
-    if (verb == "wait") {
-        c->kind = Command::Wait;
-        if (!arity(2, 3)) return false;
-        if (!parseEventId(tokens[1].text, &c->id)) {
-            *why = "bad event id '" + tokens[1].text + "'";
-            return false;
-        }
-        c->timeoutMs = 5000;
-        if (n == 3) {
-            if (!parseInt64(tokens[2].text, 1, INT32_MAX, &v)) {
-                *why = "bad time-out '" + tokens[2].text + "'";
-                return false;
-            }
-            c->timeoutMs = static_cast<int>(v);
-        }
-        return true;
-    }
-    if (verb == "sleep") {
-        c->kind = Command::Sleep;
-        if (!arity(2, 2)) return false;
-        if (!parseInt64(tokens[1].text, 0, INT32_MAX, &v)) {
-            *why = "bad duration '" + tokens[1].text + "'";
-            return false;
-        }
-        c->timeoutMs = static_cast<int>(v);
-        return true;
-    }
-    if (verb == "quit") {
-        c->kind = Command::Quit;
-        return arity(1, 1);
-    }
-    if (verb == "sim") {
-        if (!withSim) {
-            *why = "'sim' commands need --sim";
-            return false;
-        }
-        if (n >= 2 && tokens[1].text == "close") {
-            c->kind = Command::SimClose;
-            return arity(2, 2);
-        }
-        if (n >= 2 && tokens[1].text == "fail") {
-            c->kind = Command::SimFail;
-            if (!arity(4, 4)) return false;
-            if (!parseInt64(tokens[2].text, 1, INT32_MAX, &v)) {
-                *why = "bad RIL request id '" + tokens[2].text + "'";
-                return false;
-            }
-            c->id = static_cast<int32_t>(v);
-            if (!parseInt64(tokens[3].text, INT32_MIN, INT32_MAX, &v)) {
-                *why = "bad result '" + tokens[3].text + "'";
-                return false;
-            }
-            c->result = static_cast<int32_t>(v);
-            return true;
-        }
-        if (n >= 2 && tokens[1].text == "unsol") {
-            c->kind = Command::SimUnsol;
-            if (n == 3 && !tokens[2].text.empty() &&
-                (tokens[2].text[0] < '0' || tokens[2].text[0] > '9')) {
-                if (!rild_sim::builtinUnsolicited(tokens[2].text, &c->id, &c->payload)) {
-                    *why = "unknown built-in unsolicited '" + tokens[2].text + "'";
-                    return false;
-                }
-                return true;
-            }
-            if (!arity(3, 4)) return false;
-            if (!parseInt64(tokens[2].text, 1, INT32_MAX, &v)) {
-                *why = "bad unsolicited id '" + tokens[2].text + "'";
-                return false;
-            }
-            c->id = static_cast<int32_t>(v);
-            if (n == 4 && !parseHex(tokens[3].text, &c->payload)) {
-                *why = "bad hex '" + tokens[3].text + "'";
-                return false;
-            }
-            return true;
-        }
-        *why = "unknown sim command";
+    if (!knownVerb) {
+        *why = "unknown command '" + verb + "'";
         return false;
     }
-    *why = "unknown command '" + verb + "'";
-    return false;
+    // Checked before the subcommand, so any `sim` line without a daemon says why.
+    if (verb == "sim" && !withSim) {
+        *why = "'sim' commands need --sim";
+        return false;
+    }
+    if (row == nullptr) {
+        *why = "unknown " + verb + " command";
+        return false;
+    }
+    if (n < row->minTokens && row->tooFew != nullptr) {
+        *why = row->tooFew;
+        return false;
+    }
+    if (n < row->minTokens || n > row->maxTokens) {
+        *why = "wrong number of arguments for '" + verb + "'";
+        return false;
+    }
+    c->kind = row->kind;
+    return row->build == nullptr || row->build(Args{line, tokens}, c, why);
 }
 
 }  // namespace

@@ -47,6 +47,12 @@ std::string hexLower(const std::vector<uint8_t> &data) {
     return hexLower(data.data(), data.size());
 }
 
+std::string hex32(uint32_t value) {
+    char text[16];
+    snprintf(text, sizeof(text), "0x%x", value);
+    return text;
+}
+
 std::string jsonString(const std::string &text) {
     std::string out = "\"";
     for (unsigned char c : text) {

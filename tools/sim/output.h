@@ -23,6 +23,8 @@ void writeLine(const std::string &line, int fd = 1);
 
 std::string hexLower(const uint8_t *data, size_t len);
 std::string hexLower(const std::vector<uint8_t> &data);
+// "0x1f": how the tools print serial numbers.
+std::string hex32(uint32_t value);
 // A JSON string literal, quotes included; bytes outside printable ASCII become \u00XX.
 std::string jsonString(const std::string &text);
 // Printable ASCII kept, \r \n \t \\ \" spelled as in C, other bytes as \xNN.

@@ -42,12 +42,6 @@ uint64_t monotonicUs() {
     return static_cast<uint64_t>(ts.tv_sec) * 1000000u + static_cast<uint64_t>(ts.tv_nsec) / 1000;
 }
 
-std::string hex32(uint32_t v) {
-    char text[16];
-    snprintf(text, sizeof(text), "0x%x", v);
-    return text;
-}
-
 }  // namespace
 
 bool buildReplay(const std::vector<capture::Packet> &packets, Replay *out, std::string *error) {
@@ -158,7 +152,7 @@ int serveReplay(Replay *replay, const std::string &name, int acceptTimeoutMs,
         if (capture) capture->write(capture::Direction::ToDaemon, requestFrameBytes(request));
         const std::string label = std::string(requestName(request.request_id)) + "(" +
                                   std::to_string(request.request_id) + ") serial " +
-                                  hex32(request.serial);
+                                  tool_output::hex32(request.serial);
         tool_output::writeLine("rild <- " + label);
         auto &queue = replay->byRequest[request.request_id];
         Replay::Exchange exchange;
@@ -176,7 +170,7 @@ int serveReplay(Replay *replay, const std::string &name, int acceptTimeoutMs,
             memcpy(answer.data() + typeOffset(answer) + 4, &request.serial, 4);
         }
         tool_output::writeLine(
-            "rild -> response serial " + hex32(request.serial) + " result " +
+            "rild -> response serial " + tool_output::hex32(request.serial) + " result " +
             std::to_string(static_cast<int32_t>(wordAt(answer, typeOffset(answer) + 8))));
         if (!send(answer)) return 0;
         schedule(exchange.after);
