@@ -6,10 +6,10 @@
 #include <cutils/properties.h>
 #include <cutils/sockets.h>
 #include <errno.h>
+#include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -325,41 +325,41 @@ static void tearDown(rilproxy_thread_priv_t *record, int fd) {
 }
 
 int rilproxy_check_thread_pipe(rilproxy_thread_priv_t *thread, int fd, int timeout) {
-    int pipeFd = thread->pipe_fd[0];
-    // FD_SET past FD_SETSIZE writes beyond the set; such a descriptor cannot be waited on here.
-    if (pipeFd < 0 || pipeFd >= FD_SETSIZE || fd >= FD_SETSIZE) {
-        RLOGE("descriptor out of select range (%d, %d)", pipeFd, fd);
-        if (timeout > 0) sleep(timeout);  // keeps the callers' pacing
-        return -1;
-    }
-    fd_set readSet;
-    FD_ZERO(&readSet);
-    FD_SET(pipeFd, &readSet);
-    int maxFd = pipeFd;
+    // poll rather than select: a framework process may hold far more than FD_SETSIZE (1024)
+    // descriptors, and the reader must still hear its pipe and socket when theirs are higher.
+    struct pollfd fds[2];
+    memset(fds, 0, sizeof(fds));
+    fds[0].fd = thread->pipe_fd[0];
+    fds[0].events = POLLIN;
+    nfds_t count = 1;
     if (fd >= 1) {
-        FD_SET(fd, &readSet);
-        if (fd > maxFd) maxFd = fd;
+        fds[1].fd = fd;
+        fds[1].events = POLLIN;
+        count = 2;
     }
-    struct timeval tv;
-    tv.tv_sec = timeout;
-    tv.tv_usec = 0;
-    int n = select(maxFd + 1, &readSet, nullptr, nullptr, &tv);
-    if (n < 0) {
-        int err = errno;
+    int n = poll(fds, count, timeout * 1000);
+    int err = n < 0 ? errno : 0;
+    // poll flags a closed descriptor per entry where select failed the whole call with EBADF;
+    // it is reported the same way, before anything else is looked at.
+    if (n > 0 && ((fds[0].revents | fds[1].revents) & POLLNVAL) != 0) err = EBADF;
+    if (err != 0) {
+        // The text names select on purpose: log readers grep for it.
         if (err != EINTR) RLOGE("select error, errno = %d (%s)", err, strerror(err));
         return -1;
     }
     if (n == 0) return -1;
     // The pipe wins: a changed enabled flag or name is seen before the next frame is read.
-    if (FD_ISSET(pipeFd, &readSet)) {
+    if ((fds[0].revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
         char drain[kPipeDrainSize];
         memset(drain, 0, sizeof(drain));
-        if (read(pipeFd, drain, sizeof(drain)) < 0) {
+        if (read(fds[0].fd, drain, sizeof(drain)) < 0) {
             // Nothing to do: the bytes only wake the thread.
         }
         return 0;
     }
-    if (fd >= 1 && FD_ISSET(fd, &readSet)) return 1;
+    // A hang-up or error on the socket counts as readable: the next receive then sees the loss
+    // and the thread tears down, as select reported it.
+    if (count == 2 && (fds[1].revents & (POLLIN | POLLHUP | POLLERR)) != 0) return 1;
     return -1;
 }
 
