@@ -11,8 +11,10 @@
 #include <algorithm>
 #include <regex>
 
+#include "core/framework_calls.h"
 #include "support/framework_fixture.h"
 #include "support/log_capture.h"
+#include "transport/frame.h"
 
 namespace {
 
@@ -235,6 +237,44 @@ TEST_F(ReaderTest, PipeWinsOverSocketAndIsDrainedInSteps) {
     record->pipe_fd[0] = open;
     EXPECT_TRUE(logs.containsMessage("select error, errno = " + std::to_string(EBADF) + " (" +
                                      strerror(EBADF) + ")"));
+}
+
+// The deadlock the reader must not walk into: the task thread holds sock_mutex (here, this
+// thread does), the socket takes no more bytes because the daemon is not reading, and a refused
+// TLV request must be re-sent. The reader still returns from the frame, so it goes on reading and
+// the daemon can move; the re-sent frame goes out whole once the socket drains.
+TEST_F(ReaderTest, RefusedTlvRetryWaitsNeitherForTheTaskThreadNorForAFullSocket) {
+    property_set("persist.vendor.radio.simswitch", "2");  // capability SIM 1
+    t.reset(new TestContext);
+    rilproxy_entity_priv_t *ctx = t->ctx;
+    uint32_t serial =
+        rilproxy_add_event_to_pool(
+            ctx, vopa_host::new_event(EVENT_LAST_DATA_CALL_FAIL_CAUSE_REQ, "", 1, 31)) |
+        RIL_SERIAL_RETRY_FLAG;
+    ASSERT_EQ(serial, 0x40000200u);
+    RilproxyMutexHold taskThread(&ctx->cmd_thread.sock_mutex);
+    size_t filled = 0;
+    std::vector<char> filler(65536, 'f');
+    for (size_t chunk = filler.size(); chunk > 0; chunk /= 2) {
+        ssize_t n;
+        while ((n = send(t->own, filler.data(), chunk, MSG_DONTWAIT)) > 0) filled += n;
+    }
+    std::vector<uint8_t> refused =
+        bytes("00 00 00 10 00 00 00 00 00 00 00 00 00 02 00 40 06 00 00 00");
+    ASSERT_EQ(write(t->peer, refused.data(), refused.size()), ssize_t(refused.size()));
+
+    EXPECT_EQ(rilproxy_read_one_frame(ctx, t->own), RILPROXY_FRAME_OK);
+    EXPECT_EQ(rilproxy_flush_reader_outbox(t->own), RILPROXY_OUTBOX_WAITS_FOR_SOCKET);
+    std::vector<char> drained(filled);
+    size_t got = 0;
+    while (got < filled) {
+        ssize_t n = recv(t->peer, drained.data() + got, filled - got, 0);
+        ASSERT_GT(n, 0);
+        got += n;
+    }
+    EXPECT_EQ(t->received(), "");  // nothing of the re-sent frame before its turn
+    EXPECT_EQ(rilproxy_flush_reader_outbox(t->own), RILPROXY_OUTBOX_EMPTY);
+    EXPECT_EQ(t->received(), "00 00 00 10 04 00 00 00 01 00 00 00 38 00 00 00 00 03 00 00");
 }
 
 }  // namespace

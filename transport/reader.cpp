@@ -281,6 +281,8 @@ static void chooseSocketName(rilproxy_thread_priv_t *record, char *name, size_t 
     RLOGI("RIL Command thread try to connect the rild (%s) by default", name);
 }
 
+static int waitPipeAndSocket(rilproxy_thread_priv_t *thread, int fd, int timeout, bool wantWrite);
+
 // Returns when the connection must be torn down.
 static void serveConnection(rilproxy_thread_priv_t *record, int fd) {
     for (;;) {
@@ -290,7 +292,24 @@ static void serveConnection(rilproxy_thread_priv_t *record, int fd) {
             RLOGE("RIL Command thread is disable");
             return;
         }
-        if (rilproxy_check_thread_pipe(record, fd, kConnectedTimeout) != 1) continue;
+        // Frames the reader queued (re-sent requests) go out between reads, never blocking: the
+        // reader must keep reading whatever the socket's other direction does.
+        switch (rilproxy_flush_reader_outbox(fd)) {
+            case RILPROXY_OUTBOX_LOST:
+                record->fd.store(-1, std::memory_order_relaxed);
+                return;
+            case RILPROXY_OUTBOX_WAITS_FOR_SOCKET:
+                if (waitPipeAndSocket(record, fd, kConnectedTimeout, true) != 1) continue;
+                break;
+            case RILPROXY_OUTBOX_WAITS_FOR_TOKEN:
+                // The task thread's pipe byte wakes this wait when it frees the socket; the
+                // shorter time-out is only a backstop.
+                if (rilproxy_check_thread_pipe(record, fd, kWaitingTimeout) != 1) continue;
+                break;
+            case RILPROXY_OUTBOX_EMPTY:
+                if (rilproxy_check_thread_pipe(record, fd, kConnectedTimeout) != 1) continue;
+                break;
+        }
         if (rilproxy_read_one_frame(record->entity, fd) == RILPROXY_FRAME_FATAL) return;
     }
 }
@@ -324,7 +343,9 @@ static void tearDown(rilproxy_thread_priv_t *record, int fd) {
     RLOGI("ZOK will be re-started: exit done");
 }
 
-int rilproxy_check_thread_pipe(rilproxy_thread_priv_t *thread, int fd, int timeout) {
+// rilproxy_check_thread_pipe, and when `wantWrite` also POLLOUT on `fd`: then 2 means the socket
+// takes bytes again (readable still wins, as 1).
+static int waitPipeAndSocket(rilproxy_thread_priv_t *thread, int fd, int timeout, bool wantWrite) {
     // poll rather than select: a framework process may hold far more than FD_SETSIZE (1024)
     // descriptors, and the reader must still hear its pipe and socket when theirs are higher.
     struct pollfd fds[2];
@@ -334,7 +355,7 @@ int rilproxy_check_thread_pipe(rilproxy_thread_priv_t *thread, int fd, int timeo
     nfds_t count = 1;
     if (fd >= 1) {
         fds[1].fd = fd;
-        fds[1].events = POLLIN;
+        fds[1].events = static_cast<short>(POLLIN | (wantWrite ? POLLOUT : 0));
         count = 2;
     }
     int n = poll(fds, count, timeout * 1000);
@@ -360,11 +381,18 @@ int rilproxy_check_thread_pipe(rilproxy_thread_priv_t *thread, int fd, int timeo
     // A hang-up or error on the socket counts as readable: the next receive then sees the loss
     // and the thread tears down, as select reported it.
     if (count == 2 && (fds[1].revents & (POLLIN | POLLHUP | POLLERR)) != 0) return 1;
+    if (count == 2 && (fds[1].revents & POLLOUT) != 0) return 2;
     return -1;
+}
+
+int rilproxy_check_thread_pipe(rilproxy_thread_priv_t *thread, int fd, int timeout) {
+    return waitPipeAndSocket(thread, fd, timeout, false);
 }
 
 rilproxy_frame_result rilproxy_read_one_frame_with(rilproxy_entity_priv_t *ctx, int fd,
                                                    const rilproxy_reader_tables_t *tables) {
+    // Whatever this frame makes the entity send is queued, not sent blocking (frame.cpp).
+    RilproxyReaderSendScope sendScope(ctx != nullptr ? ctx->cmd_thread.pipe_fd[1] : -1);
     uint32_t header[kHeaderWords];
     memset(header, 0, sizeof(header));
     Frame f;
