@@ -62,7 +62,10 @@ extern "C" entity_ptr_t rilproxy_entity_init(entity_ptr_t entity, const entity_i
     if (entity != nullptr) entity->priv = ctx;
 
     vopa_mutex_init(&ctx->event_pool_mutex);
-    ctx->serial_seq = 1;
+    {
+        RilproxyMutexHold hold(&ctx->event_pool_mutex);
+        ctx->serial_seq = 1;
+    }
     ctx->cmd_thread.entity = ctx;
     ctx->urc_thread.entity = ctx;
     ctx->cmd_thread.enabled.store(1, std::memory_order_relaxed);
@@ -73,7 +76,10 @@ extern "C" entity_ptr_t rilproxy_entity_init(entity_ptr_t entity, const entity_i
     }
     vopa_mutex_init(&ctx->cmd_thread.sock_mutex);
     ctx->cmd_thread.fd.store(-1, std::memory_order_relaxed);
-    ctx->cmd_thread.socket_name[0] = 0;
+    {
+        RilproxyMutexHold hold(&ctx->cmd_thread.sock_mutex);
+        ctx->cmd_thread.socket_name[0] = 0;
+    }
 
     // A pre-loaded wake-up: the reader's first look at the pipe sees enabled = 1 and connects.
     if (write(ctx->cmd_thread.pipe_fd[1], " ", 1) != 1) {

@@ -19,7 +19,8 @@ namespace {
 const uint64_t kStatisticParked = 0x8000000000000000ull;
 const uint64_t kStatisticTaken = 0x7FFFFFFFFFFFFFFFull;
 
-bool slotHeld(const rilproxy_entity_priv_t *ctx, uint32_t slot) {
+bool slotHeld(const rilproxy_entity_priv_t *ctx, uint32_t slot)
+    RILPROXY_REQUIRES(ctx->event_pool_mutex) {
     return (ctx->held_without_event & (1u << slot)) != 0;
 }
 

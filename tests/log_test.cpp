@@ -11,12 +11,13 @@ static int shortest() {
     return __LINE__ - 1;
 }
 
-namespace {
-
-int a_function_with_a_rather_long_name(int value) {
+// File-static rather than in an anonymous namespace, which gcc and clang spell differently.
+static int a_function_with_a_rather_long_name(int value) {
     RLOGE("value = %d", value);
     return __LINE__ - 1;
 }
+
+namespace {
 
 TEST(LogTest, PrefixLevelAndTag) {
     ASSERT_NE(android_log_prio[1], android_log_prio[8]);
@@ -26,7 +27,7 @@ TEST(LogTest, PrefixLevelAndTag) {
     ASSERT_EQ(lines.size(), 2u);
     // The signature is cut to 24 columns, or right-aligned in them.
     char expected[2][128];
-    snprintf(expected[0], 128, " (int {anonymous}::a_funct, %4d) value = 7", line);
+    snprintf(expected[0], 128, " (int a_function_with_a_ra, %4d) value = 7", line);
     snprintf(expected[1], 128, " (          int shortest(), %4d) done\n", shortLine);
     for (int i = 0; i < 2; i++) {
         EXPECT_EQ(lines[i].text, expected[i]);

@@ -86,7 +86,7 @@ protected:
         property_set("persist.vendor.radio.simswitch", "2");  // capability SIM 1
         gCalls.clear();
         t.reset(new TestContext);
-        if (parked != 0) t->ctx->event_pool[5] = vopa_host::new_event(parked, data, len, 31);
+        if (parked != 0) t->park(5, vopa_host::new_event(parked, data, len, 31));
         EXPECT_EQ(write(t->peer, frame.data(), frame.size()), ssize_t(frame.size()));
         shutdown(t->peer, SHUT_WR);
         if (rilproxy_read_one_frame_with(t->ctx, t->own, &kTables) == RILPROXY_FRAME_FATAL) {
@@ -97,7 +97,7 @@ protected:
         if (!sent.empty()) note("sent [" + sent + "]");
         uint64_t held = 0;
         for (int slot = 0; slot < RILPROXY_EVENT_POOL_SIZE; slot++) {
-            if (t->ctx->event_pool[slot] == nullptr) continue;
+            if (t->slot(slot) == nullptr) continue;
             note("slot " + std::to_string(slot));
             held++;
         }

@@ -125,6 +125,10 @@ RilproxyReaderSendScope::~RilproxyReaderSendScope() {
     tHandlingFrame = mOuter;
 }
 
+void rilproxy_drop_reader_outbox() {
+    releaseOutbox();
+}
+
 rilproxy_outbox_state rilproxy_flush_reader_outbox(int fd) {
     if (gOutbox.size == 0) return RILPROXY_OUTBOX_EMPTY;
     if (!gOutbox.holdsToken) {

@@ -36,6 +36,8 @@ enum rilproxy_outbox_state {
 };
 // Reader thread only: writes what the outbox holds, never blocking.
 rilproxy_outbox_state rilproxy_flush_reader_outbox(int fd);
+// Reader thread only, at teardown: forgets what waits and gives the socket back to other senders.
+void rilproxy_drop_reader_outbox();
 // `len` on success, -1 on a socket error, the bytes moved so far when the peer closed.
 int _send_full(int fd, char *buf, int len);
 int _recv_full(int fd, char *buf, int len);

@@ -264,11 +264,18 @@ static rilproxy_frame_result readUnsolicited(rilproxy_entity_priv_t *ctx, int fd
 }
 
 static void chooseSocketName(rilproxy_thread_priv_t *record, char *name, size_t size) {
-    if (record->socket_name[0] != '\0') {
-        // Bounded by the field too: the dispatcher writes it, and a name without its NUL must
-        // not run into the next field.
-        snprintf(name, size, "%.*s", static_cast<int>(sizeof(record->socket_name)),
-                 record->socket_name);
+    // Copied under sock_mutex, which the dispatcher holds while it writes the name. The reader
+    // only chooses a name while it has no socket, so the task thread cannot be holding the lock
+    // inside a send; the wait is as short as one event.
+    char configured[sizeof(record->socket_name) + 1];
+    {
+        RilproxyMutexHold hold(&record->sock_mutex);
+        memcpy(configured, record->socket_name, sizeof(record->socket_name));
+    }
+    // A name that fills the field without a NUL must not run on past it.
+    configured[sizeof(configured) - 1] = '\0';
+    if (configured[0] != '\0') {
+        snprintf(name, size, "%s", configured);
         RLOGI("RIL Command thread try to connect the rild (%s) by configure", name);
         return;
     }
@@ -318,6 +325,13 @@ static void serveConnection(rilproxy_thread_priv_t *record, int fd) {
 // the IMS daemons are stopped before the process ends so that init restarts them together.
 static void tearDown(rilproxy_thread_priv_t *record, int fd) {
     rilproxy_entity_priv_t *entity = record->entity;
+    // sock_mutex may be held by a task thread that sits in a send to a daemon that has stopped
+    // reading, or that waits for the rest of a frame the reader left half written. Dropping the
+    // reader's queue and shutting the socket down first ends both waits at once (the send fails
+    // with EPIPE), so the lock below comes free. The descriptor number stays taken until the
+    // close, so no other descriptor can be mistaken for it meanwhile.
+    rilproxy_drop_reader_outbox();
+    shutdown(fd, SHUT_RDWR);
     {
         RilproxyMutexHold hold(&record->sock_mutex);
         record->fd.store(-1, std::memory_order_relaxed);
