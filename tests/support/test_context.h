@@ -21,6 +21,7 @@
 #include "core/framework_calls.h"
 #include "rilproxy.h"
 #include "support/bytes.h"
+#include "transport/frame.h"
 
 struct TestContext {
     rilproxy_entity_priv_t *ctx;
@@ -51,6 +52,8 @@ struct TestContext {
     ~TestContext() {
         if (with_task) vopa_task_exit(&ctx->task);
         rilproxy_free_all_event(ctx);
+        // The reader's outbox outlives a context: nothing left in it may reach the next socket.
+        rilproxy_drop_reader_outbox();
         for (int fd : {ctx->cmd_thread.pipe_fd[0], ctx->cmd_thread.pipe_fd[1],
                        ctx->urc_thread.pipe_fd[0], ctx->urc_thread.pipe_fd[1], peer, own}) {
             close(fd);
