@@ -413,7 +413,10 @@ constexpr int kGroupConnects = 400;
 #endif
 constexpr int kBoundedConnects = 65540;
 constexpr int kLongConnects = 100001;
-constexpr long kRssGrowthMaxKiB = 4096;  // resident growth allowed after the warm-up group
+// Resident growth allowed after the warm-up group. Checked in plain builds only: under the
+// sanitizers, shadow memory and ASan's quarantine of freed blocks grow by design (LeakSanitizer
+// covers leaks there), and under qemu the figure is the emulator's.
+constexpr long kRssGrowthMaxKiB = 4096;
 constexpr int kGroupTimeoutMs = 30000;
 
 // Answers owed per kind: exactly once, except the one-way rows. The PDN information is never
@@ -659,7 +662,9 @@ TEST(SoakTest, CrowdedLongLifeAnswersEveryRequestAndStaysFlat) {
     vopa_host::Counters c = vopa_host::counters();
     EXPECT_EQ(c.bad_frees, 0u);
     EXPECT_GE(connects, minConnects);
+#ifndef ZOK_SOAK_SLOW_BUILD
     EXPECT_LE(rssPeak - rssWarm, kRssGrowthMaxKiB);
+#endif
     // Every path the soak is for was taken, and none of the signs of a lost answer showed.
     EXPECT_GT(tally.count(kRetry), 0);
     EXPECT_GT(daemon.figures.acceptedTlv.load(), 0);
