@@ -132,6 +132,9 @@ void rilproxy_drop_reader_outbox() {
 rilproxy_outbox_state rilproxy_flush_reader_outbox(int fd) {
     if (gOutbox.size == 0) return RILPROXY_OUTBOX_EMPTY;
     if (!gOutbox.holdsToken) {
+        // Pairs with the fence after the task thread's unlock: "queued" is visible to it, or its
+        // unlock is visible here.
+        std::atomic_thread_fence(std::memory_order_seq_cst);
         if (pthread_mutex_trylock(&gOutbox.token) != 0) return RILPROXY_OUTBOX_WAITS_FOR_TOKEN;
         gOutbox.holdsToken = true;
     }
@@ -203,8 +206,9 @@ int rilproxy_send_ril_request(int fd, rilproxy_ril_requset_param_t *param) {
     }
     pthread_mutex_unlock(&gOutbox.token);
     // The reader may have found the token taken while it queued a frame; it waits for this byte
-    // (its pipe's write end never blocks). Sequentially consistent on both sides, so the reader's
-    // "queued, token busy" and this "token free, anything queued?" cannot both miss each other.
+    // (its pipe's write end never blocks). A fence on both sides, so the reader's "queued, token
+    // busy" and this "token free, anything queued?" cannot both miss each other.
+    std::atomic_thread_fence(std::memory_order_seq_cst);
     if (gOutbox.pending.load()) {
         int wake = gOutbox.wakeFd.load();
         if (wake >= 0 && write(wake, " ", 1) < 0) {
