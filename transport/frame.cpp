@@ -78,6 +78,7 @@ namespace {
 // it is trivially destructible, so nothing is torn down under a thread at process exit.
 struct ReaderOutbox {
     pthread_mutex_t token;
+    pthread_mutex_t gate;       // orders the reader's try for the token against its release; brief
     std::atomic<bool> pending;  // bytes queued; read by the task thread to wake the reader
     std::atomic<int> wakeFd;    // the reader's control pipe, written when the token comes free
     // The rest belongs to the reader thread alone.
@@ -88,7 +89,8 @@ struct ReaderOutbox {
     size_t sent;
 };
 
-ReaderOutbox gOutbox = {PTHREAD_MUTEX_INITIALIZER, {false}, {-1}, false, nullptr, 0, 0, 0};
+ReaderOutbox gOutbox = {
+    PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER, {false}, {-1}, false, nullptr, 0, 0, 0};
 thread_local bool tHandlingFrame = false;
 
 bool appendToOutbox(const void *data, size_t size) {
@@ -132,10 +134,13 @@ void rilproxy_drop_reader_outbox() {
 rilproxy_outbox_state rilproxy_flush_reader_outbox(int fd) {
     if (gOutbox.size == 0) return RILPROXY_OUTBOX_EMPTY;
     if (!gOutbox.holdsToken) {
-        // Pairs with the fence after the task thread's unlock: "queued" is visible to it, or its
-        // unlock is visible here.
-        std::atomic_thread_fence(std::memory_order_seq_cst);
-        if (pthread_mutex_trylock(&gOutbox.token) != 0) return RILPROXY_OUTBOX_WAITS_FOR_TOKEN;
+        // Tried under the gate, which the task thread also holds while it frees the token and
+        // looks for queued frames: either this try comes after that and succeeds, or the task
+        // thread's look comes after it and sees "pending". No wake-up is lost.
+        pthread_mutex_lock(&gOutbox.gate);
+        bool taken = pthread_mutex_trylock(&gOutbox.token) == 0;
+        pthread_mutex_unlock(&gOutbox.gate);
+        if (!taken) return RILPROXY_OUTBOX_WAITS_FOR_TOKEN;
         gOutbox.holdsToken = true;
     }
     while (gOutbox.sent < gOutbox.size) {
@@ -204,12 +209,13 @@ int rilproxy_send_ril_request(int fd, rilproxy_ril_requset_param_t *param) {
             result = -2;
         }
     }
-    pthread_mutex_unlock(&gOutbox.token);
     // The reader may have found the token taken while it queued a frame; it waits for this byte
-    // (its pipe's write end never blocks). A fence on both sides, so the reader's "queued, token
-    // busy" and this "token free, anything queued?" cannot both miss each other.
-    std::atomic_thread_fence(std::memory_order_seq_cst);
-    if (gOutbox.pending.load()) {
+    // (its pipe's write end never blocks).
+    pthread_mutex_lock(&gOutbox.gate);
+    pthread_mutex_unlock(&gOutbox.token);
+    bool wake = gOutbox.pending.load();
+    pthread_mutex_unlock(&gOutbox.gate);
+    if (wake) {
         int wake = gOutbox.wakeFd.load();
         if (wake >= 0 && write(wake, " ", 1) < 0) {
             // A full pipe already holds a wake-up.
