@@ -1,6 +1,7 @@
 // The entity's entry points and private context: init builds the context, starts the reader
 // thread and registers the task; exit ends the task. Runs on the framework's loading thread.
 #include <binder/ProcessState.h>
+#include <fcntl.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
@@ -23,6 +24,16 @@ const event_id_t kSubscribedEvents[] = {
     EVENT_RILPROXY_CONNECT, EVENT_RILPROXY_DISCONNECT,  EVENT_RESP_DATA_CALL_INFO,
     EVENT_RESP_PCSCF_PCO,   EVENT_RESP_LAST_FAIL_CAUSE,
 };
+
+// Wake-up writes never block. The dispatcher writes one byte per connect or disconnect while it
+// holds sock_mutex, and nothing ever reads the URC channel's pipe: with a blocking write end the
+// 65537th event would stop the task thread for good, and with it the reader's teardown. A full
+// pipe already holds a wake-up, so a write refused with EAGAIN loses nothing. Both channels are
+// treated alike, so the command pipe cannot stall the task thread behind a busy reader either.
+bool makeWakeEndNonBlocking(int fd) {
+    int flags = fcntl(fd, F_GETFL);
+    return flags >= 0 && fcntl(fd, F_SETFL, flags | O_NONBLOCK) == 0;
+}
 
 }  // namespace
 
@@ -52,18 +63,24 @@ extern "C" entity_ptr_t rilproxy_entity_init(entity_ptr_t entity, const entity_i
     if (entity != nullptr) entity->priv = ctx;
 
     vopa_mutex_init(&ctx->event_pool_mutex);
-    ctx->serial_seq = 1;
+    {
+        RilproxyMutexHold hold(&ctx->event_pool_mutex);
+        ctx->serial_seq = 1;
+    }
     ctx->cmd_thread.entity = ctx;
     ctx->urc_thread.entity = ctx;
     ctx->cmd_thread.enabled.store(1, std::memory_order_relaxed);
 
-    if (pipe(ctx->cmd_thread.pipe_fd) != 0) {
+    if (pipe(ctx->cmd_thread.pipe_fd) != 0 || !makeWakeEndNonBlocking(ctx->cmd_thread.pipe_fd[1])) {
         failure = "can't create the pipe";
         goto fail;
     }
     vopa_mutex_init(&ctx->cmd_thread.sock_mutex);
     ctx->cmd_thread.fd.store(-1, std::memory_order_relaxed);
-    ctx->cmd_thread.socket_name[0] = 0;
+    {
+        RilproxyMutexHold hold(&ctx->cmd_thread.sock_mutex);
+        ctx->cmd_thread.socket_name[0] = 0;
+    }
 
     // A pre-loaded wake-up: the reader's first look at the pipe sees enabled = 1 and connects.
     if (write(ctx->cmd_thread.pipe_fd[1], " ", 1) != 1) {
@@ -77,7 +94,7 @@ extern "C" entity_ptr_t rilproxy_entity_init(entity_ptr_t entity, const entity_i
     }
 
     ctx->urc_thread.enabled.store(1, std::memory_order_relaxed);
-    if (pipe(ctx->urc_thread.pipe_fd) != 0) {
+    if (pipe(ctx->urc_thread.pipe_fd) != 0 || !makeWakeEndNonBlocking(ctx->urc_thread.pipe_fd[1])) {
         RLOGE("can't create the pipe");
         RLOGE("ASSERT!!!!!!");
         // The reader thread already holds the context, so it is not freed from under it.

@@ -19,7 +19,8 @@ namespace {
 const uint64_t kStatisticParked = 0x8000000000000000ull;
 const uint64_t kStatisticTaken = 0x7FFFFFFFFFFFFFFFull;
 
-bool slotHeld(const rilproxy_entity_priv_t *ctx, uint32_t slot) {
+bool slotHeld(const rilproxy_entity_priv_t *ctx, uint32_t slot)
+    RILPROXY_REQUIRES(ctx->event_pool_mutex) {
     return (ctx->held_without_event & (1u << slot)) != 0;
 }
 
@@ -180,15 +181,11 @@ int rilproxy_retry_old_request(rilproxy_entity_priv_t *ctx, event_ptr_t event) {
     if (row == nullptr) {
         RLOGE("rilproxy_task_hdl(): an unknown event");
     } else {
-        // This runs on the reader thread while the task thread may be writing a frame of its
-        // own. Each frame goes out as two sends (header, payload), so without the task thread's
-        // lock the two frames can interleave on the socket and the daemon reads neither.
-        int sent;
-        {
-            RilproxyMutexHold hold(&ctx->cmd_thread.sock_mutex);
-            sent = rilproxy_handle_ril_request(ctx, event, row);
-        }
-        if (sent == 0) return 0;
+        // This runs on the reader thread, which must not wait for sock_mutex: the task thread
+        // may hold it inside a send to a daemon that waits for the reader to read. The frame is
+        // queued in the reader's outbox instead and written whole between reads (frame.cpp);
+        // the pool and fd need no sock_mutex here.
+        if (rilproxy_handle_ril_request(ctx, event, row) == 0) return 0;
     }
     // The reader treats the event as handed over and never frees it. When the re-send did not
     // park it (the error function has answered, or there was no row), nobody else holds it, so

@@ -27,7 +27,8 @@ typedef struct rilproxy_thread_priv {
     std::atomic<int32_t> fd;  // connected socket, -1 when none
     int32_t pipe_fd[2];       // control pipe: read end, write end
     std::atomic<int32_t> enabled;
-    char socket_name[RILPROXY_SOCKET_NAME_SIZE];  // empty: property or default
+    // Empty: property or default. Written by the dispatcher, copied by the reader.
+    char socket_name[RILPROXY_SOCKET_NAME_SIZE] RILPROXY_GUARDED_BY(sock_mutex);
     vopa_thread_t thread;
     struct rilproxy_entity_priv *entity;
     vopa_mutex_t sock_mutex;  // held by the task thread for a whole event
@@ -43,12 +44,12 @@ typedef struct rilproxy_entity_priv {
     // Kept in step with cmd_thread (name, enabled, wake-up byte) but never served: no thread,
     // mutex never initialised, fd stays 0.
     rilproxy_thread_priv_t urc_thread;
-    event_ptr_t event_pool[RILPROXY_EVENT_POOL_SIZE];  // guarded by event_pool_mutex
+    event_ptr_t event_pool[RILPROXY_EVENT_POOL_SIZE] RILPROXY_GUARDED_BY(event_pool_mutex);
     vopa_mutex_t event_pool_mutex;
-    uint32_t serial_seq;  // guarded by event_pool_mutex
+    uint32_t serial_seq RILPROXY_GUARDED_BY(event_pool_mutex);
     // Slots whose event was handed back to the dispatcher (and freed) after an old-table failure.
     // They stay occupied until the pool is emptied but hold no event to touch.
-    uint32_t held_without_event;  // guarded by event_pool_mutex, bit per slot
+    uint32_t held_without_event RILPROXY_GUARDED_BY(event_pool_mutex);  // bit per slot
 } rilproxy_entity_priv_t;
 
 static_assert(offsetof(rilproxy_entity_priv_t, task) == 0, "context doubles as the task");

@@ -8,6 +8,8 @@
 #include <stdint.h>
 #include <sys/types.h>
 
+#include "thread_annotations.h"
+
 struct vopa_task;
 struct vopa_event;
 
@@ -41,7 +43,7 @@ typedef struct vopa_task {
 
 // A mutex object carries its own operations; each is called with the object's address.
 // The lock itself lives in `storage`, so an embedded mutex needs no allocation.
-typedef struct vopa_mutex {
+typedef struct RILPROXY_CAPABILITY("mutex") vopa_mutex {
     int (*lock)(struct vopa_mutex *mutex);
     int (*unlock)(struct vopa_mutex *mutex);
     alignas(16) unsigned char storage[64];

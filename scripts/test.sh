@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Builds from clean and runs every test: native, formatting, coverage, then the whole suite again
-# for AArch64 under qemu-aarch64, under sanitizers and fuzzing. Installs what it needs from
-# Debian's packages when missing.
+# Builds from clean and runs every test: native, the whole suite again with clang (locking
+# annotations checked), formatting, coverage, then the suite for AArch64 under qemu-aarch64, under
+# the sanitizers and fuzzing. Installs what it needs from Debian's packages when missing.
 #
 #   scripts/test.sh            # everything
-#   scripts/test.sh native     # one stage: native | format | coverage | aarch64 | asan | tsan
-#                              #            | fuzz
+#   scripts/test.sh native     # one stage: native | clang | format | coverage | aarch64 | asan
+#                              #            | tsan | fuzz
 #   scripts/test.sh valgrind   # not in the default list: integration tests under memcheck
 set -euo pipefail
 
@@ -13,7 +13,7 @@ top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
 . scripts/lib/packages.sh
 stages=("$@")
-[ ${#stages[@]} -gt 0 ] || stages=(native format coverage aarch64 asan tsan fuzz)
+[ ${#stages[@]} -gt 0 ] || stages=(native clang format coverage aarch64 asan tsan fuzz)
 
 need=(cmake ninja-build g++ googletest clang-format g++-aarch64-linux-gnu qemu-user
       android-libcutils-dev android-liblog-dev)
@@ -22,6 +22,7 @@ for s in "${stages[@]}"; do
     coverage) need+=(gcovr) ;;
     # The native suite checks the Wireshark dissector with tshark (skipped where it is missing).
     native) need+=(tshark) ;;
+    clang) need+=(clang) ;;
     fuzz) need+=(clang libclang-rt-14-dev) ;;
     valgrind) need+=(valgrind) ;;
   esac
@@ -37,6 +38,18 @@ run_native() {
   cmake --build out/native -j "$jobs"
   echo "== native tests"
   (cd out/native && ctest -j "$jobs" --output-on-failure)
+}
+
+# The device's compiler: the whole suite built with clang, whose -Wthread-safety (an error, like
+# every warning) checks the GUARDED_BY / REQUIRES / ACQUIRE annotations.
+run_clang() {
+  echo "== clang build (-Wthread-safety)"
+  rm -rf out/clang
+  cmake -S . -B out/clang -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang \
+        -DCMAKE_CXX_COMPILER=clang++ >/dev/null
+  cmake --build out/clang -j "$jobs"
+  echo "== clang tests"
+  (cd out/clang && ctest -j "$jobs" --output-on-failure)
 }
 
 run_format() {
@@ -142,6 +155,7 @@ for s in "${stages[@]}"; do
   started=$SECONDS
   case "$s" in
     native) run_native ;;
+    clang) run_clang ;;
     format) run_format ;;
     coverage) run_coverage ;;
     aarch64) run_aarch64 ;;

@@ -100,7 +100,7 @@ TEST_F(DispatcherTest, TlvResultsAnswerTheWaitingEventWithFixedSizes) {
     EXPECT_TRUE(logs.containsMessage("not found req_event_ptr for serial_no 40000203"));
     EXPECT_TRUE(logs.containsMessage("data (nil) is NULL or data 0 len is 0"));
     EXPECT_NE(logs.messages().back().find(" is NULL or data 3 len is 0"), std::string::npos);
-    EXPECT_EQ(t->ctx->event_pool[0], waiting);
+    EXPECT_EQ(t->slot(0), waiting);
 }
 
 TEST_F(DispatcherTest, AtCommandRelay) {
@@ -151,7 +151,7 @@ TEST_F(DispatcherTest, AtCommandRelay) {
         EXPECT_TRUE(c.log.empty() || logs.containsMessage(c.log)) << c.log;
         if (c.setup == kSendFails) {
             EXPECT_EQ(t->ctx->cmd_thread.fd, -1);
-            EXPECT_EQ(t->ctx->held_without_event, 1u);  // the slot stays taken, the event is gone
+            EXPECT_EQ(t->heldWithoutEvent(), 1u);  // the slot stays taken, the event is gone
         }
     }
 }

@@ -76,8 +76,8 @@ TEST_F(EventPoolTest, RequestsGoOutAndPark) {
     EXPECT_EQ(t->received(),
               "00 00 00 14 04 00 00 00 00 00 00 00 29 00 00 00 00 02 00 00 0a 00 00 00 "
               "00 00 00 14 04 00 00 00 00 00 00 00 6d 08 00 00 01 03 00 40 6d 08 00 00");
-    EXPECT_EQ(t->ctx->event_pool[0], a);
-    EXPECT_EQ(t->ctx->event_pool[1], b);
+    EXPECT_EQ(t->slot(0), a);
+    EXPECT_EQ(t->slot(1), b);
     EXPECT_EQ(g_errs, "");
 }
 

@@ -5,11 +5,16 @@
 
 #include <cutils/properties.h>
 #include <errno.h>
+#include <fcntl.h>
+#include <sys/resource.h>
 
+#include <algorithm>
 #include <regex>
 
+#include "core/framework_calls.h"
 #include "support/framework_fixture.h"
 #include "support/log_capture.h"
+#include "transport/frame.h"
 
 namespace {
 
@@ -81,7 +86,7 @@ protected:
         property_set("persist.vendor.radio.simswitch", "2");  // capability SIM 1
         gCalls.clear();
         t.reset(new TestContext);
-        if (parked != 0) t->ctx->event_pool[5] = vopa_host::new_event(parked, data, len, 31);
+        if (parked != 0) t->park(5, vopa_host::new_event(parked, data, len, 31));
         EXPECT_EQ(write(t->peer, frame.data(), frame.size()), ssize_t(frame.size()));
         shutdown(t->peer, SHUT_WR);
         if (rilproxy_read_one_frame_with(t->ctx, t->own, &kTables) == RILPROXY_FRAME_FATAL) {
@@ -92,7 +97,7 @@ protected:
         if (!sent.empty()) note("sent [" + sent + "]");
         uint64_t held = 0;
         for (int slot = 0; slot < RILPROXY_EVENT_POOL_SIZE; slot++) {
-            if (t->ctx->event_pool[slot] == nullptr) continue;
+            if (t->slot(slot) == nullptr) continue;
             note("slot " + std::to_string(slot));
             held++;
         }
@@ -196,18 +201,43 @@ TEST_F(ReaderTest, PayloadDumpLogsOnlyFullLinesOfTheFirst128Bytes) {
     }
 }
 
-TEST_F(ReaderTest, PipeWinsOverSocketAndIsDrainedInSteps) {
-    t.reset(new TestContext);
-    rilproxy_thread_priv_t *record = &t->ctx->cmd_thread;
-    EXPECT_EQ(rilproxy_check_thread_pipe(record, t->own, 0), -1);  // nothing pending
-    std::vector<uint8_t> wake(1500, 0x20);
-    ASSERT_EQ(write(record->pipe_fd[1], wake.data(), wake.size()), 1500);
-    ASSERT_EQ(write(t->peer, "x", 1), 1);
-    EXPECT_EQ(rilproxy_check_thread_pipe(record, t->own, 0), 0);  // 1024 bytes drained
-    EXPECT_EQ(rilproxy_check_thread_pipe(record, t->own, 0), 0);  // the other 476
-    EXPECT_EQ(rilproxy_check_thread_pipe(record, t->own, 0), 1);
-    EXPECT_EQ(rilproxy_check_thread_pipe(record, -1, 0), -1);  // the socket is not watched
+// Moves `fd` to the lowest free number at or above `floor`; the old number is closed.
+int moveAbove(int fd, int floor) {
+    int moved = fcntl(fd, F_DUPFD_CLOEXEC, floor);
+    close(fd);
+    return moved;
+}
 
+TEST_F(ReaderTest, PipeWinsOverSocketAndIsDrainedInSteps) {
+    // Also with every descriptor above 1023, where an fd_set could not hold them: a framework
+    // process often has more than that open.
+    struct rlimit limit;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    limit.rlim_cur = std::max<rlim_t>(limit.rlim_cur, std::min<rlim_t>(limit.rlim_max, 4096));
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    for (int floor : {0, 1100}) {
+        SCOPED_TRACE(floor);
+        t.reset(new TestContext);
+        rilproxy_thread_priv_t *record = &t->ctx->cmd_thread;
+        if (floor > 0) {
+            ASSERT_GT(limit.rlim_cur, 1200u) << "the hard limit leaves no room above 1100";
+            for (int *fd : {&record->pipe_fd[0], &record->pipe_fd[1], &t->own}) {
+                *fd = moveAbove(*fd, floor);
+                ASSERT_GE(*fd, floor);
+            }
+            record->fd = t->own;
+        }
+        EXPECT_EQ(rilproxy_check_thread_pipe(record, t->own, 0), -1);  // nothing pending
+        std::vector<uint8_t> wake(1500, 0x20);
+        ASSERT_EQ(write(record->pipe_fd[1], wake.data(), wake.size()), 1500);
+        ASSERT_EQ(write(t->peer, "x", 1), 1);
+        EXPECT_EQ(rilproxy_check_thread_pipe(record, t->own, 0), 0);  // 1024 bytes drained
+        EXPECT_EQ(rilproxy_check_thread_pipe(record, t->own, 0), 0);  // the other 476
+        EXPECT_EQ(rilproxy_check_thread_pipe(record, t->own, 0), 1);
+        EXPECT_EQ(rilproxy_check_thread_pipe(record, -1, 0), -1);  // the socket is not watched
+    }
+
+    rilproxy_thread_priv_t *record = &t->ctx->cmd_thread;
     LogCapture logs;
     int open = record->pipe_fd[0];
     record->pipe_fd[0] = dup(open);
@@ -216,6 +246,44 @@ TEST_F(ReaderTest, PipeWinsOverSocketAndIsDrainedInSteps) {
     record->pipe_fd[0] = open;
     EXPECT_TRUE(logs.containsMessage("select error, errno = " + std::to_string(EBADF) + " (" +
                                      strerror(EBADF) + ")"));
+}
+
+// The deadlock the reader must not walk into: the task thread holds sock_mutex (here, this
+// thread does), the socket takes no more bytes because the daemon is not reading, and a refused
+// TLV request must be re-sent. The reader still returns from the frame, so it goes on reading and
+// the daemon can move; the re-sent frame goes out whole once the socket drains.
+TEST_F(ReaderTest, RefusedTlvRetryWaitsNeitherForTheTaskThreadNorForAFullSocket) {
+    property_set("persist.vendor.radio.simswitch", "2");  // capability SIM 1
+    t.reset(new TestContext);
+    rilproxy_entity_priv_t *ctx = t->ctx;
+    uint32_t serial =
+        rilproxy_add_event_to_pool(
+            ctx, vopa_host::new_event(EVENT_LAST_DATA_CALL_FAIL_CAUSE_REQ, "", 1, 31)) |
+        RIL_SERIAL_RETRY_FLAG;
+    ASSERT_EQ(serial, 0x40000200u);
+    RilproxyMutexHold taskThread(&ctx->cmd_thread.sock_mutex);
+    size_t filled = 0;
+    std::vector<char> filler(65536, 'f');
+    for (size_t chunk = filler.size(); chunk > 0; chunk /= 2) {
+        ssize_t n;
+        while ((n = send(t->own, filler.data(), chunk, MSG_DONTWAIT)) > 0) filled += n;
+    }
+    std::vector<uint8_t> refused =
+        bytes("00 00 00 10 00 00 00 00 00 00 00 00 00 02 00 40 06 00 00 00");
+    ASSERT_EQ(write(t->peer, refused.data(), refused.size()), ssize_t(refused.size()));
+
+    EXPECT_EQ(rilproxy_read_one_frame(ctx, t->own), RILPROXY_FRAME_OK);
+    EXPECT_EQ(rilproxy_flush_reader_outbox(t->own), RILPROXY_OUTBOX_WAITS_FOR_SOCKET);
+    std::vector<char> drained(filled);
+    size_t got = 0;
+    while (got < filled) {
+        ssize_t n = recv(t->peer, drained.data() + got, filled - got, 0);
+        ASSERT_GT(n, 0);
+        got += n;
+    }
+    EXPECT_EQ(t->received(), "");  // nothing of the re-sent frame before its turn
+    EXPECT_EQ(rilproxy_flush_reader_outbox(t->own), RILPROXY_OUTBOX_EMPTY);
+    EXPECT_EQ(t->received(), "00 00 00 10 04 00 00 00 01 00 00 00 38 00 00 00 00 03 00 00");
 }
 
 }  // namespace

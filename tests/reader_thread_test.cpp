@@ -17,6 +17,7 @@
 
 #include <chrono>
 #include <functional>
+#include <future>
 #include <ostream>
 #include <string>
 #include <thread>
@@ -26,6 +27,7 @@
 #include "support/log_capture.h"
 #include "support/socket_dir.h"
 #include "tools/sim/rild_sim.h"
+#include "transport/frame.h"
 #include "transport/reader.h"
 #include "vopa_host.h"
 
@@ -38,7 +40,10 @@ rilproxy_entity_priv_t *startReader(const char *configuredName = "") {
     auto *ctx = static_cast<rilproxy_entity_priv_t *>(calloc(1, sizeof(rilproxy_entity_priv_t)));
     vopa_mutex_init(&ctx->event_pool_mutex);
     vopa_mutex_init(&ctx->cmd_thread.sock_mutex);
-    ctx->serial_seq = 1;
+    {
+        RilproxyMutexHold hold(&ctx->event_pool_mutex);
+        ctx->serial_seq = 1;
+    }
     ctx->cmd_thread.entity = ctx;
     ctx->cmd_thread.fd.store(-1);
     ctx->cmd_thread.enabled.store(1);
@@ -297,6 +302,27 @@ INSTANTIATE_TEST_SUITE_P(
                                      sim->writeRaw(bytes("00 00 08 00 D0 07 00 00"));
                                  },
                                  "invalid header size 2000"},
+                    // The task thread sits in a send under sock_mutex to a daemon that does not
+                    // read; the teardown must not wait for that lock forever.
+                    TeardownCase{"TaskThreadStuckInSend", 1,
+                                 [](RildSim *sim, rilproxy_entity_priv_t *ctx) {
+                                     std::promise<void> locked;
+                                     std::thread([ctx, &locked] {
+                                         std::vector<uint8_t> big(1 << 20, 0x5a);
+                                         rilproxy_ril_requset_param_t param;
+                                         param.request_id = RIL_REQUEST_RADIO_POWER;
+                                         param.serial_no = 0x100;
+                                         param.parcel.setData(big.data(), big.size());
+                                         RilproxyMutexHold hold(&ctx->cmd_thread.sock_mutex);
+                                         locked.set_value();
+                                         rilproxy_send_ril_request(ctx->cmd_thread.fd, &param);
+                                     }).detach();
+                                     locked.get_future().wait();
+                                     // Held open past the test's end, as a daemon that is alive.
+                                     EXPECT_GE(dup(sim->clientFd()), 0);
+                                     sim->writeRaw(bytes("00 00 00 08 00 00 00 00 02 00 00 00"));
+                                 },
+                                 "an unknown type \\(2\\)"},
                     TeardownCase{"SenderMarkedLostOldNames", 0,
                                  [](RildSim *, rilproxy_entity_priv_t *ctx) {
                                      ctx->cmd_thread.fd.store(-1);

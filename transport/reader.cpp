@@ -6,10 +6,10 @@
 #include <cutils/properties.h>
 #include <cutils/sockets.h>
 #include <errno.h>
+#include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -272,11 +272,18 @@ static rilproxy_frame_result readUnsolicited(rilproxy_entity_priv_t *ctx, int fd
 
 static void chooseSocketName(rilproxy_thread_priv_t *record, char *name, size_t size) {
     ZOK_LOG_AS(kSigCmdRespThread);
-    if (record->socket_name[0] != '\0') {
-        // Bounded by the field too: the dispatcher writes it, and a name without its NUL must
-        // not run into the next field.
-        snprintf(name, size, "%.*s", static_cast<int>(sizeof(record->socket_name)),
-                 record->socket_name);
+    // Copied under sock_mutex, which the dispatcher holds while it writes the name. The reader
+    // only chooses a name while it has no socket, so the task thread cannot be holding the lock
+    // inside a send; the wait is as short as one event.
+    char configured[sizeof(record->socket_name) + 1];
+    {
+        RilproxyMutexHold hold(&record->sock_mutex);
+        memcpy(configured, record->socket_name, sizeof(record->socket_name));
+    }
+    // A name that fills the field without a NUL must not run on past it.
+    configured[sizeof(configured) - 1] = '\0';
+    if (configured[0] != '\0') {
+        snprintf(name, size, "%s", configured);
         RLOGI("RIL Command thread try to connect the rild (%s) by configure", name);
         return;
     }
@@ -289,6 +296,9 @@ static void chooseSocketName(rilproxy_thread_priv_t *record, char *name, size_t 
     RLOGI("RIL Command thread try to connect the rild (%s) by default", name);
 }
 
+static int rilproxy_check_thread_pipe(rilproxy_thread_priv_t *thread, int fd, int timeout,
+                                      bool wantWrite);
+
 // Returns when the connection must be torn down.
 static void serveConnection(rilproxy_thread_priv_t *record, int fd) {
     ZOK_LOG_AS(kSigCmdRespThread);
@@ -299,7 +309,24 @@ static void serveConnection(rilproxy_thread_priv_t *record, int fd) {
             RLOGE("RIL Command thread is disable");
             return;
         }
-        if (rilproxy_check_thread_pipe(record, fd, kConnectedTimeout) != 1) continue;
+        // Frames the reader queued (re-sent requests) go out between reads, never blocking: the
+        // reader must keep reading whatever the socket's other direction does.
+        switch (rilproxy_flush_reader_outbox(fd)) {
+            case RILPROXY_OUTBOX_LOST:
+                record->fd.store(-1, std::memory_order_relaxed);
+                return;
+            case RILPROXY_OUTBOX_WAITS_FOR_SOCKET:
+                if (rilproxy_check_thread_pipe(record, fd, kConnectedTimeout, true) != 1) continue;
+                break;
+            case RILPROXY_OUTBOX_WAITS_FOR_TOKEN:
+                // The task thread's pipe byte wakes this wait when it frees the socket; the
+                // shorter time-out is only a backstop.
+                if (rilproxy_check_thread_pipe(record, fd, kWaitingTimeout) != 1) continue;
+                break;
+            case RILPROXY_OUTBOX_EMPTY:
+                if (rilproxy_check_thread_pipe(record, fd, kConnectedTimeout) != 1) continue;
+                break;
+        }
         if (rilproxy_read_one_frame(record->entity, fd) == RILPROXY_FRAME_FATAL) return;
     }
 }
@@ -309,6 +336,13 @@ static void serveConnection(rilproxy_thread_priv_t *record, int fd) {
 static void tearDown(rilproxy_thread_priv_t *record, int fd) {
     ZOK_LOG_AS(kSigCmdRespThread);
     rilproxy_entity_priv_t *entity = record->entity;
+    // sock_mutex may be held by a task thread that sits in a send to a daemon that has stopped
+    // reading, or that waits for the rest of a frame the reader left half written. Dropping the
+    // reader's queue and shutting the socket down first ends both waits at once (the send fails
+    // with EPIPE), so the lock below comes free. The descriptor number stays taken until the
+    // close, so no other descriptor can be mistaken for it meanwhile.
+    rilproxy_drop_reader_outbox();
+    shutdown(fd, SHUT_RDWR);
     {
         RilproxyMutexHold hold(&record->sock_mutex);
         record->fd.store(-1, std::memory_order_relaxed);
@@ -337,49 +371,60 @@ static void tearDown(rilproxy_thread_priv_t *record, int fd) {
     RLOGI("ZOK will be re-started: exit done");
 }
 
-int rilproxy_check_thread_pipe(rilproxy_thread_priv_t *thread, int fd, int timeout) {
-    ZOK_LOG_SELF(kSigCheckThreadPipe);
-    int pipeFd = thread->pipe_fd[0];
-    // FD_SET past FD_SETSIZE writes beyond the set; such a descriptor cannot be waited on here.
-    if (pipeFd < 0 || pipeFd >= FD_SETSIZE || fd >= FD_SETSIZE) {
-        RLOGE("descriptor out of select range (%d, %d)", pipeFd, fd);
-        if (timeout > 0) sleep(timeout);  // keeps the callers' pacing
-        return -1;
-    }
-    fd_set readSet;
-    FD_ZERO(&readSet);
-    FD_SET(pipeFd, &readSet);
-    int maxFd = pipeFd;
+// The wait itself; with `wantWrite` also for POLLOUT on `fd`, and then 2 means the socket takes
+// bytes again (readable still wins, as 1). An overload rather than a helper of another name, so
+// that its log line carries the wait's own name.
+static int rilproxy_check_thread_pipe(rilproxy_thread_priv_t *thread, int fd, int timeout,
+                                      bool wantWrite) {
+    ZOK_LOG_AS(kSigCheckThreadPipe);
+    // poll rather than select: a framework process may hold far more than FD_SETSIZE (1024)
+    // descriptors, and the reader must still hear its pipe and socket when theirs are higher.
+    struct pollfd fds[2];
+    memset(fds, 0, sizeof(fds));
+    fds[0].fd = thread->pipe_fd[0];
+    fds[0].events = POLLIN;
+    nfds_t count = 1;
     if (fd >= 1) {
-        FD_SET(fd, &readSet);
-        if (fd > maxFd) maxFd = fd;
+        fds[1].fd = fd;
+        fds[1].events = static_cast<short>(POLLIN | (wantWrite ? POLLOUT : 0));
+        count = 2;
     }
-    struct timeval tv;
-    tv.tv_sec = timeout;
-    tv.tv_usec = 0;
-    int n = select(maxFd + 1, &readSet, nullptr, nullptr, &tv);
-    if (n < 0) {
-        int err = errno;
+    int n = poll(fds, count, timeout * 1000);
+    int err = n < 0 ? errno : 0;
+    // poll flags a closed descriptor per entry where select failed the whole call with EBADF;
+    // it is reported the same way, before anything else is looked at.
+    if (n > 0 && ((fds[0].revents | fds[1].revents) & POLLNVAL) != 0) err = EBADF;
+    if (err != 0) {
+        // The text names select on purpose: log readers grep for it.
         if (err != EINTR) RLOGE("select error, errno = %d (%s)", err, strerror(err));
         return -1;
     }
     if (n == 0) return -1;
     // The pipe wins: a changed enabled flag or name is seen before the next frame is read.
-    if (FD_ISSET(pipeFd, &readSet)) {
+    if ((fds[0].revents & (POLLIN | POLLHUP | POLLERR)) != 0) {
         char drain[kPipeDrainSize];
         memset(drain, 0, sizeof(drain));
-        if (read(pipeFd, drain, sizeof(drain)) < 0) {
+        if (read(fds[0].fd, drain, sizeof(drain)) < 0) {
             // Nothing to do: the bytes only wake the thread.
         }
         return 0;
     }
-    if (fd >= 1 && FD_ISSET(fd, &readSet)) return 1;
+    // A hang-up or error on the socket counts as readable: the next receive then sees the loss
+    // and the thread tears down, as select reported it.
+    if (count == 2 && (fds[1].revents & (POLLIN | POLLHUP | POLLERR)) != 0) return 1;
+    if (count == 2 && (fds[1].revents & POLLOUT) != 0) return 2;
     return -1;
+}
+
+int rilproxy_check_thread_pipe(rilproxy_thread_priv_t *thread, int fd, int timeout) {
+    return rilproxy_check_thread_pipe(thread, fd, timeout, false);
 }
 
 rilproxy_frame_result rilproxy_read_one_frame_with(rilproxy_entity_priv_t *ctx, int fd,
                                                    const rilproxy_reader_tables_t *tables) {
     ZOK_LOG_AS(kSigCmdRespThread);
+    // Whatever this frame makes the entity send is queued, not sent blocking (frame.cpp).
+    RilproxyReaderSendScope sendScope(ctx != nullptr ? ctx->cmd_thread.pipe_fd[1] : -1);
     uint32_t header[kHeaderWords];
     memset(header, 0, sizeof(header));
     Frame f;

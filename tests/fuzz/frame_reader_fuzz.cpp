@@ -124,6 +124,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     while (rilproxy_read_one_frame(ctx, t->own) == RILPROXY_FRAME_OK) drain(t->peer);
 
     rilproxy_free_all_event(ctx);
+    rilproxy_drop_reader_outbox();  // a re-sent frame still queued belongs to this socket only
     close(t->own);
     close(t->peer);
     t->own = t->peer = -1;

@@ -18,8 +18,10 @@
 
 #include "core/dispatcher.h"
 #include "core/event_pool.h"
+#include "core/framework_calls.h"
 #include "rilproxy.h"
 #include "support/bytes.h"
+#include "transport/frame.h"
 
 struct TestContext {
     rilproxy_entity_priv_t *ctx;
@@ -31,7 +33,10 @@ struct TestContext {
         ctx = static_cast<rilproxy_entity_priv_t *>(calloc(1, sizeof(*ctx)));
         vopa_mutex_init(&ctx->event_pool_mutex);
         vopa_mutex_init(&ctx->cmd_thread.sock_mutex);
-        ctx->serial_seq = 1;
+        {
+            RilproxyMutexHold hold(&ctx->event_pool_mutex);
+            ctx->serial_seq = 1;
+        }
         ctx->cmd_thread.entity = ctx->urc_thread.entity = ctx;
         pipe2(ctx->cmd_thread.pipe_fd, O_NONBLOCK);
         pipe2(ctx->urc_thread.pipe_fd, O_NONBLOCK);
@@ -47,11 +52,26 @@ struct TestContext {
     ~TestContext() {
         if (with_task) vopa_task_exit(&ctx->task);
         rilproxy_free_all_event(ctx);
+        // The reader's outbox outlives a context: nothing left in it may reach the next socket.
+        rilproxy_drop_reader_outbox();
         for (int fd : {ctx->cmd_thread.pipe_fd[0], ctx->cmd_thread.pipe_fd[1],
                        ctx->urc_thread.pipe_fd[0], ctx->urc_thread.pipe_fd[1], peer, own}) {
             close(fd);
         }
         free(ctx);
+    }
+    // The pool as the tracker sees it, read and written under its mutex.
+    event_ptr_t slot(int i) {
+        RilproxyMutexHold hold(&ctx->event_pool_mutex);
+        return ctx->event_pool[i];
+    }
+    void park(int i, event_ptr_t event) {
+        RilproxyMutexHold hold(&ctx->event_pool_mutex);
+        ctx->event_pool[i] = event;
+    }
+    uint32_t heldWithoutEvent() {
+        RilproxyMutexHold hold(&ctx->event_pool_mutex);
+        return ctx->held_without_event;
     }
     // Everything the daemon end holds so far, in hex.
     std::string received() {
