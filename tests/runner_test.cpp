@@ -1,13 +1,14 @@
 // The host runner and the simulated daemon as their users run them: rilproxy-host (with the real
 // shared object) and rild-sim are started as child processes with scripts, and their stdout,
-// stderr and exit statuses are checked. The script parser and the daemon profile's answers are
-// checked in-process.
+// stderr and exit statuses are checked; the script parser is checked in-process. What the
+// simulated daemon answers and sends is pinned by the dissector's field dumps and the golden
+// transcripts.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <fstream>
-#include <sstream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -16,8 +17,6 @@
 #include "support/socket_dir.h"
 #include "tools/capture/pcapng.h"
 #include "tools/runner/script.h"
-#include "tools/sim/profile.h"
-#include "wire_format.h"
 
 namespace {
 
@@ -161,10 +160,21 @@ std::vector<capture::Packet> readCapture(const std::string &path) {
     return packets;
 }
 
+// rild-sim in a process of its own, listening in `dir` under `name` once this returns.
+std::unique_ptr<ChildProcess> startSim(const ScopedSocketDir &dir, std::vector<std::string> args,
+                                       const std::string &name = "rild-zok") {
+    args.insert(args.begin(), {"--socket-dir", dir.path(), "--accept-timeout", "30000"});
+    auto sim = std::make_unique<ChildProcess>(ZOK_RUNNER_EMULATOR, kTools + "rild-sim", args);
+    waitForSocket(dir.path() + "/" + name);
+    return sim;
+}
+
 TEST_F(RunnerTest, ReplayOfTheDemoCaptureDeliversTheSameEvents) {
     ScopedSocketDir dir;
     const std::string demo = std::string(ZOK_SOURCE_DIR) + "/examples/demo.script";
     const std::string cap = dir.path() + "/demo.pcapng";
+    const std::vector<std::string> entity = {"--socket-dir", dir.path(), "--quiet", "--format",
+                                             "json"};
     Outcome original = runner({"--sim", "--quiet", "--format", "json", "--capture", cap, demo}, "");
     ASSERT_EQ(original.exitCode(), 0) << original.err;
 
@@ -177,11 +187,9 @@ TEST_F(RunnerTest, ReplayOfTheDemoCaptureDeliversTheSameEvents) {
         script += line.rfind("sim close", 0) == 0 ? "wait EVENT_RILPROXY_STATE_IND" : line;
         script += "\n";
     }
-    ChildProcess daemon(ZOK_RUNNER_EMULATOR, kTools + "rild-sim",
-                        {"--socket-dir", dir.path(), "--replay", cap, "--accept-timeout", "30000"});
-    waitForSocket(dir.path() + "/rild-zok");
-    Outcome replayed = runner({"--socket-dir", dir.path(), "--quiet", "--format", "json"}, script);
-    Outcome sim = daemon.wait();
+    auto daemon = startSim(dir, {"--replay", cap});
+    Outcome replayed = runner(entity, script);
+    Outcome sim = daemon->wait();
     EXPECT_EQ(replayed.exitCode(), 0) << replayed.err;
     EXPECT_EQ(sim.exitCode(), 0) << sim.err;
     EXPECT_EQ(sim.err, "") << "every request found its recorded answer";
@@ -190,20 +198,16 @@ TEST_F(RunnerTest, ReplayOfTheDemoCaptureDeliversTheSameEvents) {
     EXPECT_EQ(deliveries(replayed), deliveries(original));
 
     // A request the capture lacks is refused (6) and reported.
-    ChildProcess again(ZOK_RUNNER_EMULATOR, kTools + "rild-sim",
-                       {"--socket-dir", dir.path(), "--replay", cap, "--accept-timeout", "30000"});
-    waitForSocket(dir.path() + "/rild-zok");
-    Outcome lacking = runner({"--socket-dir", dir.path(), "--quiet", "--format", "json"},
+    daemon = startSim(dir, {"--replay", cap});
+    Outcome lacking = runner(entity,
                              "wait EVENT_RILPROXY_STATE_IND 20000\n"
-                             "post EVENT_RB_DM_HO_REQ 000102030405\n"
-                             "wait EVENT_HANDOVER_RESP\n");
-    Outcome refused = again.wait();
+                             "post EVENT_RB_DM_HO_REQ 000102030405\nwait EVENT_HANDOVER_RESP\n");
+    EXPECT_EQ(daemon->wait().err,
+              "rild-sim: replay: HANDOVER(2112) serial 0x200 has no recorded answer left; "
+              "answered 6\n");
     EXPECT_EQ(lacking.exitCode(), 0) << lacking.err;
     expectInOrder(lacking.out, {R"({"kind":"reply","id":4053,"name":"EVENT_HANDOVER_RESP","to":1,)"
                                 R"("len":8,"data":"0600000000000000"})"});
-    EXPECT_EQ(refused.err,
-              "rild-sim: replay: HANDOVER(2112) serial 0x200 has no recorded answer left; "
-              "answered 6\n");
 }
 
 TEST_F(RunnerTest, TapChangesNothingAndRecordsWhatTheDaemonRecords) {
@@ -216,19 +220,14 @@ TEST_F(RunnerTest, TapChangesNothingAndRecordsWhatTheDaemonRecords) {
         "wait EVENT_DEACTIVATE_DATA_CALL_RESP\n"
         "at 308 0 0x77 AT+CGDCONT?\\r\n"
         "wait EVENT_RILPROXY_ATCMD_RESP\n";
-    const std::vector<std::string> simArgs = {"--socket-dir",     dir.path(), "--format", "json",
-                                              "--accept-timeout", "30000",    "--capture"};
     // Not quiet: the entity logs to stderr, and stdout must still carry JSON lines only.
-    const std::vector<std::string> entityArgs = {"--socket-dir", dir.path(), "--format", "json"};
+    const std::vector<std::string> entity = {"--socket-dir", dir.path(), "--format", "json"};
     // Without the tap; the runner's own capture goes through its in-process relay.
-    std::vector<std::string> args = simArgs;
-    args.push_back(dir.path() + "/direct.pcapng");
-    ChildProcess direct(ZOK_RUNNER_EMULATOR, kTools + "rild-sim", args);
-    waitForSocket(dir.path() + "/rild-zok");
-    args = entityArgs;
+    auto direct = startSim(dir, {"--format", "json", "--capture", dir.path() + "/direct.pcapng"});
+    std::vector<std::string> args = entity;
     args.insert(args.end(), {"--capture", dir.path() + "/runner.pcapng"});
     Outcome plain = runner(args, script);
-    Outcome sim = direct.wait();
+    Outcome sim = direct->wait();
     ASSERT_EQ(sim.exitCode(), 0) << sim.err;  // the runner's exit closed the connection
     ASSERT_EQ(plain.exitCode(), 0) << plain.err;
     for (const std::string &line : plain.outLines()) {
@@ -244,17 +243,15 @@ TEST_F(RunnerTest, TapChangesNothingAndRecordsWhatTheDaemonRecords) {
                   {R"({"kind":"rx","request_id":41,"name":"RIL_REQUEST_DEACTIVATE_DATA_CALL")",
                    R"({"kind":"rild","event":"connection closed by the entity"})"});
 
-    args = simArgs;
-    args.insert(args.end(), {dir.path() + "/sim.pcapng", "--name", "upstream"});
-    ChildProcess daemon(ZOK_RUNNER_EMULATOR, kTools + "rild-sim", args);
-    waitForSocket(dir.path() + "/upstream");
+    auto upstream =
+        startSim(dir, {"--capture", dir.path() + "/sim.pcapng", "--name", "upstream"}, "upstream");
     ChildProcess tap(ZOK_RUNNER_EMULATOR, kTools + "rild-tap",
                      {"--socket-dir", dir.path(), "--listen", "rild-zok", "--upstream", "upstream",
                       "--capture", dir.path() + "/tap.pcapng"});
     waitForSocket(dir.path() + "/rild-zok");
-    Outcome tapped = runner(entityArgs, script);
+    Outcome tapped = runner(entity, script);
     Outcome tapOutcome = tap.wait();
-    EXPECT_EQ(daemon.wait().exitCode(), 0);
+    EXPECT_EQ(upstream->wait().exitCode(), 0);
     EXPECT_EQ(tapped.exitCode(), 0) << tapped.err;
     EXPECT_EQ(tapOutcome.exitCode(), 0) << tapOutcome.err;
     ASSERT_GE(deliveries(plain).size(), 5u);
@@ -274,49 +271,6 @@ TEST_F(RunnerTest, TapChangesNothingAndRecordsWhatTheDaemonRecords) {
             EXPECT_EQ(hex(packets[i].frame), hex(atDaemon[i].frame)) << i;
         }
     }
-}
-
-rild_sim::RequestFrame request(int32_t id, const std::string &payloadHex = "") {
-    rild_sim::RequestFrame f = {};
-    f.request_id = id;
-    f.payload = bytes(payloadHex);
-    return f;
-}
-
-TEST(SimProfileTest, AnswersEachRequestKind) {
-    const struct {
-        int32_t requestId;
-        bool tlv;
-        int32_t result;
-        std::string payload;
-    } cases[] = {
-        {RIL_REQUEST_LAST_DATA_CALL_FAIL_CAUSE, false, 0, "01 00 00 00 21 00 00 00"},
-        // int32 0, then "\r\nOK\r\n" as raw bytes: the entity reads the text 4 bytes in.
-        {ZOKRIL_REQUEST_SEND_AT_CMD_EXT, false, 0, "00 00 00 00 0d 0a 4f 4b 0d 0a"},
-        {ZOKRIL_REQUEST_PCSCF_DISCOVERY_PCO_TLV, true, 0, ""},
-        {ZOKRIL_REQUEST_LAST_DATA_CALL_FAIL_CAUSE_TLV, true, 0, ""},
-        {9999, false, ZOKRIL_E_REQUEST_NOT_SUPPORTED, ""},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.requestId);
-        rild_sim::Answer a = rild_sim::answerRequest(request(c.requestId), c.tlv);
-        EXPECT_EQ(a.result, c.result);
-        EXPECT_EQ(hex(a.payload), hex(bytes(c.payload)));
-    }
-}
-
-TEST(SimProfileTest, BuiltinUnsolicitedNames) {
-    int32_t id = 0;
-    std::vector<uint8_t> payload;
-    ASSERT_TRUE(rild_sim::builtinUnsolicited("bearer-deactivated", &id, &payload));
-    EXPECT_EQ(id, RIL_UNSOL_DEDICATE_BEARER_DEACTIVATED);
-    EXPECT_EQ(hex(payload), "01 00 00 00 02 00 00 00");
-    ASSERT_TRUE(rild_sim::builtinUnsolicited("data-call-response", &id, &payload));
-    EXPECT_EQ(id, RIL_UNSOL_DATA_CALL_RESPONSE);
-    // version 11, one entry, status 0, no retry time, cid 1, active 2
-    EXPECT_EQ(hex(payload.data(), 24),
-              "0b 00 00 00 01 00 00 00 00 00 00 00 ff ff ff ff 01 00 00 00 02 00 00 00");
-    EXPECT_FALSE(rild_sim::builtinUnsolicited("data-call", &id, &payload));
 }
 
 TEST(RunnerScriptTest, BuildsPayloadsAndAtRecordsExactly) {
