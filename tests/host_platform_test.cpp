@@ -1,11 +1,18 @@
-// The host framework that every other test stands on: if it lies, the entity's tests prove
-// nothing. (The host sockets are proven by the reader's own tests over real sockets.)
+// The host framework and property store that every other test stands on: if they lie, the
+// entity's tests prove nothing; and the capability SIM the entity derives from the SIM-switch
+// property. (The host sockets are proven by the reader's own tests over real sockets.)
+#include <cutils/properties.h>
+#include <cutils/properties_host.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <string>
+#include <type_traits>
 
+#include "core/capability_sim.h"
 #include "support/bytes.h"
+#include "support/log_capture.h"
+#include "vopa.h"
 #include "vopa_events.h"
 #include "vopa_host.h"
 
@@ -86,6 +93,68 @@ TEST_F(HostFrameworkTest, DoubleFreesAreCountedNotPerformedAndAllocationsCanFail
     event_ptr_t ok = vopa_event_alloc(nullptr);
     EXPECT_NE(ok, nullptr);
     vopa_event_free(ok);
+}
+
+// Android's signatures: Debian's header does not compile on a non-Android host, so hold them here.
+static_assert(
+    std::is_same<decltype(&property_get), int (*)(const char *, char *, const char *)>::value);
+static_assert(std::is_same<decltype(&property_set), int (*)(const char *, const char *)>::value);
+static_assert(PROPERTY_VALUE_MAX == 92);
+
+class PropertiesTest : public testing::Test {
+protected:
+    void SetUp() override { property_host_reset(); }
+    void TearDown() override { zok_prop_ver = 1; }
+};
+
+TEST_F(PropertiesTest, GetReturnsValueOrDefaultWithinTheValueLimit) {
+    char value[PROPERTY_VALUE_MAX];
+    EXPECT_EQ(property_get("a.b", value, "dflt"), 4);
+    EXPECT_STREQ(value, "dflt");
+    EXPECT_EQ(property_get("a.b", value, nullptr), 0);
+    EXPECT_STREQ(value, "");
+    std::string longest(PROPERTY_VALUE_MAX - 1, 'x');
+    ASSERT_EQ(property_set("a.b", longest.c_str()), 0);
+    EXPECT_EQ(property_set("a.b", std::string(PROPERTY_VALUE_MAX, 'y').c_str()), -1);
+    EXPECT_EQ(property_set(nullptr, "v"), -1);
+    EXPECT_EQ(property_get("a.b", value, "dflt"), PROPERTY_VALUE_MAX - 1);
+    EXPECT_STREQ(value, longest.c_str());
+    property_host_unset("a.b");
+    // A default longer than a value may be is cut, never overflows the caller's buffer.
+    EXPECT_EQ(property_get("a.b", value, std::string(200, 'z').c_str()), PROPERTY_VALUE_MAX - 1);
+}
+
+TEST_F(PropertiesTest, ControlRequestsAreLoggedNotStored) {
+    LogCapture logs;
+    ASSERT_EQ(property_set("ctl.stop", "vendor.vcd_bridge"), 0);
+    char value[PROPERTY_VALUE_MAX];
+    property_get("ctl.stop", value, "unset");
+    EXPECT_STREQ(value, "unset");
+    EXPECT_EQ(property_host_set_count("ctl.stop"), 1);
+    ASSERT_EQ(logs.lines().size(), 1u);
+    EXPECT_EQ(logs.lines()[0].text, "control request ctl.stop=vendor.vcd_bridge");
+}
+
+// The 1-based SIM number under the name that zok_prop_ver selects, read afresh on every call.
+TEST_F(PropertiesTest, CapabilitySimFromSimSwitch) {
+    const struct {
+        const char *vendorName, *oldName;  // values; null: unset
+        int propVer;
+        int expected;
+    } cases[] = {
+        {nullptr, nullptr, 1, 0}, {"1", nullptr, 1, 0},  {"2", nullptr, 1, 1},
+        {"3", nullptr, 1, 2},     {"0", nullptr, 1, -1}, {"abc", nullptr, 1, -1},
+        {"", nullptr, 1, -1},     {"2x", nullptr, 1, 1}, {"2", "3", 1, 1},
+        {"2", "3", 0, 2},         {"2", nullptr, 0, 0},  {nullptr, "2", 0, 1},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(&c - cases);
+        property_host_reset();
+        if (c.vendorName) property_set("persist.vendor.radio.simswitch", c.vendorName);
+        if (c.oldName) property_set("persist.radio.simswitch", c.oldName);
+        zok_prop_ver = c.propVer;
+        EXPECT_EQ(rilproxy_get_capability_sim(), c.expected);
+    }
 }
 
 }  // namespace
