@@ -128,8 +128,6 @@ TEST_F(HandlersTest, ResponsesAndErrorsBecomeReplies) {
         // clang-format off
         {rilproxy_SETUP_DATA_CALL_resp, 4004, {}, "04 00 00 00 01 00 00 00", 0,
          {{4004, 8, {{0, kStatus2}}}}, -1, "version (4) < 5"},
-        {rilproxy_SETUP_DATA_CALL_resp, 4004, {}, "ff ff ff ff", 0, {{4004, 8, {{0, kStatus2}}}},
-         -1, "version (-1) < 5"},
         // Version 5 is the oldest accepted: status 0, retry -1, cid 7, active 2, rest absent.
         {rilproxy_SETUP_DATA_CALL_resp, 4004, {},
          "05 00 00 00 01 00 00 00 00 00 00 00 ff ff ff ff 07 00 00 00 02 00 00 00", 0,

@@ -367,29 +367,23 @@ TEST(CaptureTest, BlockLayout) {
 TEST(CaptureTest, WriterAndReaderRoundTrip) {
     ScopedSocketDir dir;
     const std::string path = dir.path() + "/s.pcapng";
-    const std::vector<uint8_t> request = bytes(
-        "00 00 00 14 04 00 00 00 01 00 00 00 17 00 00 00 "
-        "00 03 00 00 01 00 00 00");
+    // An odd-sized frame (padded on the wire) and the close: the tap test reads whole runs back.
     const std::vector<uint8_t> odd = bytes("00 00 00 03 01 02 03");
     {
         capture::Writer w;
         std::string error;
         ASSERT_TRUE(w.open(path, &error)) << error;
-        ASSERT_TRUE(w.write(capture::Direction::ToDaemon, request));
         ASSERT_TRUE(w.write(capture::Direction::ToEntity, odd));
-        ASSERT_TRUE(w.writeClose(capture::Direction::ToEntity));
+        ASSERT_TRUE(w.writeClose(capture::Direction::ToDaemon));
     }
     std::vector<capture::Packet> packets;
     std::string error;
     ASSERT_TRUE(capture::readFile(path, &packets, &error)) << error;
-    ASSERT_EQ(packets.size(), 3u);
-    EXPECT_EQ(packets[0].direction, capture::Direction::ToDaemon);
-    EXPECT_EQ(hex(packets[0].frame), hex(request));
-    EXPECT_EQ(packets[1].direction, capture::Direction::ToEntity);
-    EXPECT_EQ(hex(packets[1].frame), hex(odd));
-    EXPECT_TRUE(packets[2].isClose());
-    EXPECT_EQ(packets[2].direction, capture::Direction::ToEntity);
-    EXPECT_LE(packets[0].timestampUs, packets[2].timestampUs);
+    ASSERT_EQ(packets.size(), 2u);
+    EXPECT_EQ(packets[0].direction, capture::Direction::ToEntity);
+    EXPECT_EQ(hex(packets[0].frame), hex(odd));
+    EXPECT_TRUE(packets[1].isClose());
+    EXPECT_EQ(packets[1].direction, capture::Direction::ToDaemon);
     EXPECT_GT(packets[0].timestampUs, 1500000000ull * 1000000u) << "not wall-clock time";
 
     // Damaged files are refused with a reason, never half read.
@@ -400,7 +394,8 @@ TEST(CaptureTest, WriterAndReaderRoundTrip) {
     const struct {
         std::string bytes, error;
     } broken[] = {
-        {whole.substr(0, whole.size() - 2), "broken block at byte 168"},
+        // The close block starts after the headers (28 + 20) and the odd frame's block (52).
+        {whole.substr(0, whole.size() - 2), "broken block at byte 100"},
         {otherLink, "not a RIL socket capture (link type)"},
         {"\x0a\x0d\x0d\x0a" + whole.substr(4, 4) + "\x1a\x2b\x3c\x4d" + whole.substr(12),
          "not a pcapng file in this host's byte order"},
