@@ -1,9 +1,8 @@
 // The host runner and the simulated daemon as their users run them: rilproxy-host (with the real
 // shared object) and rild-sim are started as child processes with scripts, and their stdout,
 // stderr and exit statuses are checked; the script parser, the capture files (pcapng) and the
-// relaying tools' frame splitter are checked in-process. What the
-// simulated daemon answers and sends is pinned by the dissector's field dumps and the golden
-// transcripts.
+// relaying tools' frame splitter are checked in-process. What the simulated daemon answers and
+// sends is pinned by the dissector's field dumps and the golden transcripts.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
