@@ -133,7 +133,7 @@ run_valgrind() {
   echo "== valgrind build"
   rm -rf out/valgrind
   cmake -S . -B out/valgrind -G Ninja -DCMAKE_BUILD_TYPE=Debug >/dev/null
-  local targets=(reader_thread_test handlers_e2e_test notify_e2e_test stress_test)
+  local targets=(reader_thread_test handlers_test stress_test)
   cmake --build out/valgrind -j "$jobs" --target "${targets[@]}"
   local t name
   for t in "${targets[@]}"; do

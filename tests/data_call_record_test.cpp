@@ -44,43 +44,34 @@ struct Wire {
     size_t unread() const { return p.dataSize() - p.dataPosition(); }
 };
 
-TEST(DataCallRecordTest, Version6StopsAfterGateways) {
-    Wire w;
-    w.head("8.8.8.8 2001:db8::53").i(1400);
-    LogCapture logs;
-    auto d = w.read(6);
-    EXPECT_EQ(w.unread(), 4u);  // the mtu
-    EXPECT_EQ(d->mtuSize, 0x5A5A5A5A);
-    EXPECT_EQ(d->cid, 3);
-    EXPECT_EQ(d->type, 2);
-    EXPECT_STREQ(d->ifname, "rmnet_data0");
-    EXPECT_EQ(hex(&d->ipv4Address, 4), "0a 01 02 03");
-    EXPECT_EQ(hex(d->ipv6Address, 16), kIpv6Bytes);
-    EXPECT_EQ(d->ipv4DnsNum, 1u);
-    EXPECT_EQ(hex(&d->ipv4Dns[0], 4), "08 08 08 08");
-    EXPECT_EQ(d->ipv6DnsNum, 1u);
-    EXPECT_EQ(hex(d->ipv6Dns[0], 16), "20 01 0d b8 00 00 00 00 00 00 00 00 00 00 00 53");
-    EXPECT_EQ(hex(d->ipv6Gateway, 16), "fe 80 00 00 00 00 00 00 00 00 00 00 00 00 00 01");
-    EXPECT_EQ(d->ipv4Gateway, 0x5A5A5A5Au);  // only the first gateway counts
-    EXPECT_FALSE(logs.containsMessage(kStatusLog));
-}
-
-// Every version but 6 carries the P-CSCF text and the mtu, the oldest (5) included.
-TEST(DataCallRecordTest, LongFormAddsPcscfAndMtuAndCapsDnsServers) {
-    for (int version : {5, 11}) {
+// Version 6 stops after the gateways; every other version, the oldest (5) included, carries the
+// P-CSCF text and the mtu. Only the first gateway counts; DNS servers past two of a family are
+// logged, not stored.
+TEST(DataCallRecordTest, ShortAndLongForm) {
+    for (int version : {6, 5, 11}) {
         SCOPED_TRACE(version);
+        const bool v6 = version == 6;
         Wire w;
-        w.head("1.1.1.1 2.2.2.2 3.3.3.3").s("10.0.0.9").i(1400).i(77);
+        w.head("8.8.8.8 2001:db8::53 1.1.1.1 ::1 2.2.2.2 ::2").s("10.0.0.9").i(1400).i(77);
         LogCapture logs;
         auto d = w.read(version);
-        EXPECT_EQ(w.unread(), 4u);  // no eran_type below 1001
-        EXPECT_EQ(d->mtuSize, 1400);
+        EXPECT_EQ(w.unread(), v6 ? 32u : 4u);  // P-CSCF (24 bytes), mtu; no eran_type below 1001
+        EXPECT_EQ(d->mtuSize, v6 ? 0x5A5A5A5A : 1400);
+        EXPECT_EQ(logs.containsMessage(kStatusLog), !v6);
+        EXPECT_EQ(d->cid, 3);
+        EXPECT_EQ(d->type, 2);
+        EXPECT_STREQ(d->ifname, "rmnet_data0");
+        EXPECT_EQ(hex(&d->ipv4Address, 4), "0a 01 02 03");
+        EXPECT_EQ(hex(d->ipv6Address, 16), kIpv6Bytes);
         EXPECT_EQ(d->ipv4DnsNum, 2u);
-        EXPECT_EQ(hex(d->ipv4Dns, 8), "01 01 01 01 02 02 02 02");
-        EXPECT_EQ(d->ipv6DnsNum, 0u);
-        EXPECT_TRUE(logs.containsMessage("ipv4 dns[2] = 3.3.3.3"));
+        EXPECT_EQ(hex(d->ipv4Dns, 8), "08 08 08 08 01 01 01 01");
+        EXPECT_TRUE(logs.containsMessage("ipv4 dns[2] = 2.2.2.2"));
+        EXPECT_EQ(d->ipv6DnsNum, 2u);
+        EXPECT_EQ(hex(d->ipv6Dns, 32), "20 01 0d b8 00 00 00 00 00 00 00 00 00 00 00 53 " +
+                                           hex(std::vector<uint8_t>(15)) + " 01");
+        EXPECT_EQ(hex(d->ipv6Gateway, 16), "fe 80 00 00 00 00 00 00 00 00 00 00 00 00 00 01");
+        EXPECT_EQ(d->ipv4Gateway, 0x5A5A5A5Au);
         EXPECT_EQ(d->concatenateNum, 0x5A5A5A5A);
-        EXPECT_TRUE(logs.containsMessage(kStatusLog));
     }
 }
 
@@ -138,6 +129,8 @@ TEST(DataCallRecordTest, AddressTexts) {
         {"IPV4V6", "10.1.2.3", 2, untouched4 + untouched16, "invalid address (10.1.2.3)"},
         {"ip", "10.1.2.3", -1, untouched4 + untouched16, "invalid ip_type = ip, type = -1"},
         {"IP", "10.1.2.", 0, untouched4 + untouched16, nullptr},  // three numbers only
+        {"IPV6", "1.2.3.4.5.6.7.8.9.10.11.12.13.14.15.16.17", 1,  // the seventeenth is ignored
+         untouched4 + "01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f 10", nullptr},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.addresses);
@@ -154,16 +147,6 @@ TEST(DataCallRecordTest, AddressTexts) {
         EXPECT_EQ(hex(&out, sizeof(out)), c.bytes);
         EXPECT_TRUE(c.error == nullptr || logs.containsMessage(c.error));
     }
-}
-
-TEST(DataCallRecordTest, DottedTextClasses) {
-    char oneDot[] = "1.2", ipv4[] = "1.2.3.4", ipv6[] = "1.2.3.4.5.6.7.8.9.10.11.12.13.14.15.16.17";
-    EXPECT_EQ(classifyIpAddressText(oneDot), -1);
-    EXPECT_EQ(classifyIpAddressText(ipv4), 0);
-    EXPECT_EQ(classifyIpAddressText(ipv6), 1);
-    unsigned char out[16];
-    EXPECT_EQ(ipv6TextToBytes(ipv6, out), 0);  // the seventeenth number is ignored
-    EXPECT_EQ(hex(out, 16), "01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f 10");
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Entity start-up and exit through the host framework: what init builds, in which order it logs,
-// what it registers, and how it fails.
+// Entity start-up and exit through the host framework: what init builds, what it registers, and
+// how it fails. (Its log lines and the version line are pinned by the golden transcripts.)
 #include <binder/ProcessState.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -10,7 +10,6 @@
 #include <string>
 
 #include "rilproxy_entity.h"
-#include "support/log_capture.h"
 #include "vopa_host.h"
 
 namespace {
@@ -43,7 +42,6 @@ protected:
 };
 
 TEST_F(EntityTest, InitBuildsContextAndRegistersTask) {
-    LogCapture logs;
     vopa_entity_t entity = {};
     ASSERT_EQ(rilproxy_entity_init(&entity, nullptr), &entity);
     auto *ctx = static_cast<rilproxy_entity_priv_t *>(entity.priv);
@@ -70,11 +68,6 @@ TEST_F(EntityTest, InitBuildsContextAndRegistersTask) {
     }
     EXPECT_FALSE(vopa_host::subscribed(TASK_ID_RILPROXY, EVENT_RILPROXY_ATCMD_REQ));
 
-    auto messages = logs.messages();
-    ASSERT_GE(messages.size(), 3u);
-    EXPECT_EQ(messages[0], "before call initWithDriver\n");
-    EXPECT_EQ(messages[1].rfind("init_fp = 0x", 0), 0u) << messages[1];
-    EXPECT_EQ(messages[2], "after call initWithDriver");
     // The binder state was opened on the vendor driver and the strong pointer released at once.
     android::sp<android::ProcessState> ps = android::ProcessState::self();
     EXPECT_STREQ(ps->getDriverName(), "/dev/vndbinder");
@@ -93,14 +86,6 @@ TEST_F(EntityTest, NullEntityStillGetsATask) {
     EXPECT_EQ(vopa_host::task_entity_id(TASK_ID_RILPROXY), 0);
     EXPECT_NE(vopa_host::task_user(TASK_ID_RILPROXY), nullptr);
     EXPECT_EQ(rilproxy_entity_exit(nullptr), nullptr);
-}
-
-TEST_F(EntityTest, VersionLine) {
-    LogCapture logs;
-    rilproxy_entity_version();
-    ASSERT_EQ(logs.lines().size(), 1u);
-    EXPECT_EQ(logs.lines()[0].message, "RILPROXY Version : 1.0.20170215Icdb15d085");
-    EXPECT_EQ(logs.lines()[0].prio, android_log_prio[8]);
 }
 
 // The error line, then the assertion line, then exit(-1).

@@ -1,6 +1,9 @@
 // The shared object's dynamic symbol table, read from the ELF file itself (no readelf, no dlopen)
 // so the same check runs natively and under qemu: exactly the framework's names are exported, and
-// the binder import stays weak so the entity loads where the platform lacks it.
+// the binder import stays weak so the entity loads where the platform lacks it. A child process
+// (weak_import_probe) then loads the entity after one of two host binder libraries with the same
+// soname, with and without initWithDriver: where it is absent the entity must still load and init
+// must skip it.
 #include <elf.h>
 #include <gtest/gtest.h>
 #include <string.h>
@@ -13,6 +16,7 @@
 #include <vector>
 
 #include "rilproxy_entity.h"
+#include "support/child_process.h"
 
 namespace {
 
@@ -105,13 +109,32 @@ TEST(ExportsTest, ExportsExactlyTheFrameworkNamesAsTheFrameworkBindsThem) {
     EXPECT_EQ(exported, expected);
 }
 
-TEST(ExportsTest, BinderInitWithDriverIsAWeakImport) {
-    const auto symbols = dynamicSymbols(ZOK_ENTITY_SO);
-    auto it = symbols.find("_ZN7android12ProcessState14initWithDriverEPKc");
-    ASSERT_TRUE(it != symbols.end()) << "the entity no longer refers to initWithDriver";
-    EXPECT_EQ(it->second.st_shndx, SHN_UNDEF);
-    // A strong reference would make the loader refuse the entity on a platform without it.
-    EXPECT_EQ(ELF64_ST_BIND(it->second.st_info), STB_WEAK);
+// A strong reference to initWithDriver would make the loader refuse the entity where the binder
+// library lacks it: the probe then fails to load it at all.
+TEST(WeakImportTest, InitCallsInitWithDriverOnlyWhereTheBinderLibraryHasIt) {
+    const struct {
+        const char *binder;
+        bool present;
+    } cases[] = {{ZOK_BINDER_WITH_INIT, true}, {ZOK_BINDER_WITHOUT_INIT, false}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.binder);
+        Outcome r =
+            ChildProcess(ZOK_TEST_EMULATOR, ZOK_WEAK_IMPORT_PROBE, {c.binder, ZOK_ENTITY_SO})
+                .wait();
+        ASSERT_EQ(r.exitCode(), 0) << r.err;
+        // The probe's first line is the address the loader bound; "(nil)" guards the test itself:
+        // the child really loaded the intended library.
+        std::vector<std::string> lines = r.outLines();
+        ASSERT_GE(lines.size(), 3u) << r.out;
+        const std::string address = lines[0].substr(lines[0].rfind(' ') + 1);
+        ASSERT_EQ(address != "(nil)", c.present) << lines[0];
+        // A log record's message follows the prefix's ") "; "\n" in it is written as \\n.
+        auto message = [&](size_t i) { return lines[i].substr(lines[i].find(") ") + 2); };
+        EXPECT_EQ(message(1), "before call initWithDriver\\n");
+        EXPECT_EQ(message(2), "init_fp = " + address);
+        EXPECT_EQ(r.out.find(") after call initWithDriver\n") != std::string::npos, c.present);
+        EXPECT_EQ(lines.back(), "init returned 21");
+    }
 }
 
 }  // namespace

@@ -38,16 +38,6 @@ extern "C" int __wrap_usleep(useconds_t us) {
 
 namespace {
 
-TEST(FrameTest, EmptyParcelIsTheHeaderAlone) {
-    property_host_reset();
-    TestContext t;
-    rilproxy_ril_requset_param_t param;
-    param.request_id = 2157;
-    param.serial_no = 0x40000301;
-    EXPECT_EQ(rilproxy_send_ril_request(t.own, &param), 0);
-    EXPECT_EQ(t.received(), "00 00 00 10 04 00 00 00 00 00 00 00 6d 08 00 00 01 03 00 40");
-}
-
 TEST(FrameTest, SendFaults) {
     const struct {
         std::vector<std::pair<int, int>> faults;

@@ -1,10 +1,14 @@
-// Texts and integers as Parcel String16, and String16 read back into bounded buffers.
+// Texts and integers as Parcel String16, String16 read back into bounded buffers, and the UTF-8 <->
+// UTF-16 converters under them: replacement of broken input, surrogates, zero units.
 #include "codec/parcel_strings.h"
 
 #include <binder/Parcel.h>
 #include <gtest/gtest.h>
 #include <limits.h>
+#include <stdlib.h>
 #include <string.h>
+
+#include <string>
 
 #include "support/bytes.h"
 
@@ -56,6 +60,65 @@ TEST(ParcelStringsTest, ReadsIntoBoundedBufferAndSpellsOutNull) {
         EXPECT_EQ(hex(dest, strlen(dest)), c.expected) << c.wire;
         EXPECT_EQ(p.dataPosition(), c.endPosition) << c.wire;
     }
+}
+
+TEST(UtfConvertTest, Utf8ToUtf16ReplacesEachBrokenSequenceOnce) {
+    const struct {
+        const char *utf8;  // hex
+        std::u16string units;
+    } cases[] = {
+        {"", u""},
+        {"41 c3", {0x41, 0xFFFD}},          // truncated at the end of the text
+        {"c3 41", {0xFFFD, 0x41}},          // the byte that broke it is kept
+        {"80", {0xFFFD}},                   // stray continuation
+        {"c3 a9 80", {0xE9, 0xFFFD}},       // one continuation too many
+        {"e2 82 41", {0xFFFD, 0x41}},       // truncated mid-sequence
+        {"f0 9f 98 80", {0xD83D, 0xDE00}},  // U+1F600 as a surrogate pair
+        {"f4 8f bf bd", {0xDBFF, 0xDFFD}},  // U+10FFFD, the last one kept
+        {"f4 8f bf bf", {0xFFFD}},          // U+10FFFF replaced
+        {"ed a0 80", {0xD800}},             // encoded surrogate passed through
+        {"c1 81", {0x41}},                  // overlong form decoded
+        {"f8 88 80 80", {0x8000}},          // F8 taken as a 4-byte lead
+        {"7f c2 80 ef bf bf", {0x7F, 0x80, 0xFFFF}},
+        // Lead bytes at the edges of each length class, each followed by a plain byte.
+        {"bf 41", {0xFFFD, 0x41}},                   // last continuation value
+        {"c0 80 41", {0x0000, 0x41}},                // first 2-byte lead
+        {"df bf 41", {0x07FF, 0x41}},                // last 2-byte lead
+        {"e0 a0 80 41", {0x0800, 0x41}},             // first 3-byte lead
+        {"ef bf bf 41", {0xFFFF, 0x41}},             // last 3-byte lead
+        {"f0 90 80 80 41", {0xD800, 0xDC00, 0x41}},  // first 4-byte lead
+    };
+    for (const auto &c : cases) {
+        std::vector<uint8_t> raw = bytes(c.utf8);
+        std::string text(raw.begin(), raw.end());  // plain char: signed on x86_64
+        size_t n = 12345;
+        char16_t *units = dupUtf8ToUtf16(text.c_str(), &n);
+        ASSERT_NE(units, nullptr) << c.utf8;
+        EXPECT_EQ(std::u16string(units, n), c.units) << c.utf8;
+        free(units);
+    }
+    size_t n = 77;
+    EXPECT_EQ(dupUtf8ToUtf16(nullptr, &n), nullptr);
+    EXPECT_EQ(n, 77u);  // a null text leaves the count alone
+}
+
+TEST(UtfConvertTest, Utf16ToUtf8EncodesUnitByUnit) {
+    const struct {
+        std::u16string units;
+        const char *utf8;  // hex
+    } cases[] = {
+        {u"", ""},
+        {{0xD83D, 0xDE00}, "ed a0 bd ed b8 80"},  // pair not combined
+        {{0x61, 0x0000, 0x62}, "61 c0 80 62"},    // zero unit does not end the text
+        {{0x7F, 0x80, 0x7FF, 0x800, 0xFFFF}, "7f c2 80 df bf e0 a0 80 ef bf bf"},
+    };
+    for (const auto &c : cases) {
+        char *text = dupUtf16ToUtf8(c.units.data(), c.units.size());
+        ASSERT_NE(text, nullptr);
+        EXPECT_EQ(hex(text, strlen(text)), c.utf8);
+        free(text);
+    }
+    EXPECT_EQ(dupUtf16ToUtf8(nullptr, 3), nullptr);
 }
 
 }  // namespace

@@ -53,40 +53,33 @@ TEST(ParcelTest, String16LayoutIsCountUnitsTerminatorPadding) {
     }
 }
 
-// A read that the data cannot satisfy yields null (String16) or 0 (int32, cursor left alone).
-TEST(ParcelTest, ReadsPastTheEndGiveZeroAndNull) {
-    const char *cases[] = {
-        "",
-        "01 02",
-        "ff ff ff ff",              // null String16
-        "05 00 00 00 61 00",        // five units announced, one present
-        "7f ff ff ff",              // huge count
-        "01 00 00 00 61 00 62 00",  // terminator unit is not zero
+// A read that the data cannot satisfy yields null (String16) or 0 (int32, cursor left alone);
+// padding after a String16 is skipped whatever its bytes (some daemons pad with 0xFF).
+TEST(ParcelTest, String16Reads) {
+    const struct {
+        const char *wire;
+        const char16_t *text;  // null: no String16
+        size_t end;
+    } cases[] = {
+        {"", nullptr, 0},
+        {"01 02", nullptr, 0},
+        {"ff ff ff ff", nullptr, 4},              // null String16
+        {"05 00 00 00 61 00", nullptr, 4},        // five units announced, one present
+        {"7f ff ff ff", nullptr, 4},              // huge count
+        {"01 00 00 00 61 00 62 00", nullptr, 8},  // terminator unit is not zero
+        {"02 00 00 00 61 00 62 00 00 00 ff ff 07 00 00 00", u"ab", 12},
     };
-    for (const char *wire : cases) {
-        std::vector<uint8_t> data = bytes(wire);
+    for (const auto &c : cases) {
+        std::vector<uint8_t> data = bytes(c.wire);
         Parcel p;
         p.setData(data.data(), data.size());
         size_t len = 99;
-        EXPECT_EQ(p.readString16Inplace(&len), nullptr) << wire;
-        EXPECT_EQ(len, 0u) << wire;
-        if (data.size() < 4) {
-            EXPECT_EQ(p.readInt32(), 0);
-            EXPECT_EQ(p.dataPosition(), 0u);
-        }
+        const char16_t *s = p.readString16Inplace(&len);
+        EXPECT_EQ(s ? std::u16string(s, len) : u"null", c.text ? c.text : u"null") << c.wire;
+        EXPECT_EQ(len, c.text ? std::u16string(c.text).size() : 0u) << c.wire;
+        EXPECT_EQ(p.dataPosition(), c.end) << c.wire;
+        EXPECT_EQ(p.readInt32(), data.size() == 16 ? 7 : 0) << c.wire;
     }
-}
-
-TEST(ParcelTest, PaddingBytesAreIgnoredOnRead) {
-    // Some daemons pad with 0xFF.
-    auto data = bytes("02 00 00 00 61 00 62 00 00 00 ff ff 07 00 00 00");
-    Parcel p;
-    p.setData(data.data(), data.size());
-    size_t len;
-    const char16_t *s = p.readString16Inplace(&len);
-    ASSERT_NE(s, nullptr);
-    EXPECT_EQ(std::u16string(s, len), u"ab");
-    EXPECT_EQ(p.readInt32(), 7);
 }
 
 TEST(ParcelTest, SetDataCopiesAndRewindsAndWritesGrow) {

@@ -1,4 +1,4 @@
-// Child program of weak_import_test: loads a given libbinder.so first, then the entity, and runs
+// Child program of exports_test: loads a given libbinder.so first, then the entity, and runs
 // the entity's init with every log line echoed to stdout. It links no binder library of its own,
 // so the one loaded first is the one whose soname the entity's dependency resolves to.
 //
