@@ -1,6 +1,6 @@
 // The reader thread against the simulated daemon on a real local socket in a private socket
-// directory: which name it connects to, how it paces attempts, frames split across writes, and
-// the teardown that ends the process (in child processes).
+// directory: which name it connects to, how it paces attempts, and the teardown that ends the
+// process (in child processes). Frames split across reads are the soak test's.
 //
 // A connected reader ends the process as soon as its socket closes, so tests that stay connected
 // keep their daemon alive until the process exits.
@@ -26,6 +26,7 @@
 #include "support/bytes.h"
 #include "support/log_capture.h"
 #include "support/socket_dir.h"
+#include "support/test_context.h"
 #include "tools/sim/rild_sim.h"
 #include "transport/frame.h"
 #include "transport/reader.h"
@@ -37,19 +38,11 @@ using rild_sim::RildSim;
 
 // The reader keeps the context for the rest of the process, as the entity's own thread does.
 rilproxy_entity_priv_t *startReader(const char *configuredName = "") {
-    auto *ctx = static_cast<rilproxy_entity_priv_t *>(calloc(1, sizeof(rilproxy_entity_priv_t)));
-    vopa_mutex_init(&ctx->event_pool_mutex);
-    vopa_mutex_init(&ctx->cmd_thread.sock_mutex);
-    {
-        RilproxyMutexHold hold(&ctx->event_pool_mutex);
-        ctx->serial_seq = 1;
-    }
-    ctx->cmd_thread.entity = ctx;
+    rilproxy_entity_priv_t *ctx = (new TestContext)->ctx;  // its socketpair stays unused
     ctx->cmd_thread.fd.store(-1);
     ctx->cmd_thread.enabled.store(1);
     snprintf(ctx->cmd_thread.socket_name, sizeof(ctx->cmd_thread.socket_name), "%s",
              configuredName);
-    EXPECT_EQ(pipe(ctx->cmd_thread.pipe_fd), 0);
     EXPECT_EQ(write(ctx->cmd_thread.pipe_fd[1], " ", 1), 1);
     vopa_thrd_init(&ctx->cmd_thread.thread);
     ctx->cmd_thread.thread.start(&ctx->cmd_thread.thread, rilproxy_cmd_resp_thread,
@@ -80,11 +73,6 @@ void park(rilproxy_entity_priv_t *ctx, int slot, uint32_t requester) {
     ctx->event_pool[slot] = event;
 }
 
-// Status word and the text's first bytes of an AT answer.
-std::string atAnswer(const vopa_host::Delivery &d) {
-    return d.data.size() < 24 ? "short" : hex(d.data.data() + 16, 8);
-}
-
 class ReaderThreadTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -93,32 +81,6 @@ protected:
         zok_prop_ver = 1;
     }
 };
-
-TEST(RildSimTest, BuildsResponseFramesAndDecodesRequests) {
-    EXPECT_EQ(hex(rild_sim::responseFrame(0x105, 2, bytes("01 00 00 00"), {1, 2})),
-              "00 00 00 1c 08 00 00 00 01 00 00 00 02 00 00 00 00 00 00 00 05 01 00 00 02 00 00 "
-              "00 01 00 00 00");
-    EXPECT_EQ(hex(rild_sim::unsolicitedFrame(3072, bytes("07"))),
-              "00 00 00 0d 00 00 00 00 01 00 00 00 00 0c 00 00 07");
-
-    ScopedSocketDir dir;
-    RildSim sim("rild-zok");
-    int client = socket_local_client("rild-zok", ANDROID_SOCKET_NAMESPACE_RESERVED, SOCK_STREAM);
-    ASSERT_GE(client, 0);
-    ASSERT_TRUE(sim.acceptClient(2000));
-    std::vector<uint8_t> request =
-        bytes("00 00 00 14 04 00 00 00 01 00 00 00 29 00 00 00 00 03 00 40 44 33 22 11");
-    ASSERT_EQ(write(client, request.data(), request.size()), 24);
-    rild_sim::RequestFrame f;
-    ASSERT_TRUE(sim.readRequest(&f, 2000));
-    EXPECT_EQ(f.length, 20u);
-    EXPECT_EQ(f.sim_id, 1);
-    EXPECT_EQ(f.request_id, 41);
-    EXPECT_EQ(f.serial, 0x40000300u);
-    EXPECT_EQ(hex(f.payload), "44 33 22 11");
-    close(client);
-    EXPECT_TRUE(sim.waitPeerClosed(2000));
-}
 
 struct NameCase {
     const char *configured;
@@ -196,46 +158,6 @@ TEST_F(ReaderThreadTest, AbsentDaemonIsRetriedEverySecondOnlyWhileEnabled) {
     RildSim *sim = keptDaemon("rild-zok");
     setEnabled(ctx, 1);
     EXPECT_TRUE(sim->acceptClient(3000));
-}
-
-TEST_F(ReaderThreadTest, FramesSplitOrJoinedAcrossWritesAreEachAnswered) {
-    ScopedSocketDir dir;
-    RildSim *sim = keptDaemon("rild-zok");
-    rilproxy_entity_priv_t *ctx = startReader();
-    ASSERT_TRUE(sim->acceptClient(5000));
-    vopa_host::Delivery d;
-    ASSERT_TRUE(vopa_host::wait_for_id(EVENT_RILPROXY_STATE_IND, 5000, &d));
-    park(ctx, 1, 11);
-    park(ctx, 2, 12);
-    park(ctx, 3, 13);
-
-    // Two answers in one write: "\r\n+CME ERROR: 10\r\n" for slot 1, "\r\nOK\r\n" for slot 2.
-    ASSERT_TRUE(sim->writeRaw(
-        bytes("00 00 00 26 00 00 00 00 00 00 00 00 01 01 00 00 00 00 00 00 00 00 00 00"
-              " 0D 0A 2B 43 4D 45 20 45 52 52 4F 52 3A 20 31 30 0D 0A"
-              "00 00 00 1A 00 00 00 00 00 00 00 00 02 01 00 00 00 00 00 00 00 00 00 00"
-              " 0D 0A 4F 4B 0D 0A")));
-    ASSERT_TRUE(
-        vopa_host::wait_for([](const vopa_host::Delivery &x) { return x.to == 12; }, 5000, &d));
-    std::vector<vopa_host::Delivery> answers;
-    for (const vopa_host::Delivery &x : vopa_host::deliveries()) {
-        if (x.id == EVENT_RILPROXY_ATCMD_RESP) answers.push_back(x);
-    }
-    ASSERT_EQ(answers.size(), 2u);
-    EXPECT_EQ(answers[0].to, 11);
-    EXPECT_EQ(atAnswer(answers[0]), "01 00 00 00 2b 43 4d 45");
-    EXPECT_EQ(atAnswer(answers[1]), "00 00 00 00 4f 4b 0d 0a");
-
-    // One answer a byte at a time, with a feature header carrying SIM id 1.
-    sim->setChunked(true);
-    ASSERT_TRUE(sim->writeRaw(
-        bytes("00 00 00 22 08 00 00 00 01 00 00 00 01 00 00 00 00 00 00 00 03 01 00 00 00 00 00 "
-              "00 00 00 00 00 0D 0A 4F 4B 0D 0A")));
-    ASSERT_TRUE(
-        vopa_host::wait_for([](const vopa_host::Delivery &x) { return x.to == 13; }, 5000, &d));
-    EXPECT_EQ(atAnswer(d), "00 00 00 00 4f 4b 0d 0a");
-    // The reader frees each request after its answer went out.
-    EXPECT_TRUE(vopa_host::wait_no_live_events(2000));
 }
 
 // Each case provokes the end of the connection; the child must then run the whole teardown in

@@ -1,7 +1,8 @@
 // The whole entity for one long process life in a crowded process: started with more than 1,100
 // descriptors open, so every descriptor of the entity is above what select could watch, against a
-// scripted daemon that answers out of order and late, refuses TLV requests, fails some, accepts
-// others whose result the framework then delivers, and floods unsolicited data-call lists.
+// scripted daemon that answers out of order and late, sometimes a byte at a time, refuses TLV
+// requests, fails some, accepts others whose result the framework then delivers, and floods
+// unsolicited data-call lists.
 //
 // First a flood: requests posted faster than the 32-slot pool drains, with connect events in
 // between, while the daemon holds its answers until the pool has overflowed. Then groups of
@@ -13,9 +14,6 @@
 //
 // ZOK_SOAK_SECONDS=N (scripts/soak.sh) keeps it going for N seconds and at least 100,001 connect
 // events; without it the test stops after 65,540 connect events, enough to fill the old pipe.
-//
-// The connected reader ends the process when its socket closes, so the daemon is never deleted.
-#include <cutils/properties_host.h>
 #include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -39,8 +37,8 @@
 #include "core/framework_calls.h"
 #include "rilproxy_entity.h"
 #include "support/bytes.h"
+#include "support/entity_daemon.h"
 #include "support/event_bytes.h"
-#include "support/socket_dir.h"
 #include "tools/sim/rild_sim.h"
 #include "vopa_host.h"
 
@@ -192,6 +190,8 @@ private:
                 }
             }
             std::shuffle(batch.begin(), batch.end(), random);
+            // One batch in eight reaches the reader a byte at a time: frames split across reads.
+            mSim->setChunked(random() % 8 == 0, 0);
             for (const rild_sim::RequestFrame &req : batch) {
                 if (random() % 4 == 0) std::this_thread::sleep_for(std::chrono::microseconds(300));
                 answer(req, random);
@@ -412,23 +412,15 @@ TEST(SoakTest, CrowdedLongLifeUnderFloodAnswersEveryRequestAndStaysFlat) {
         crowd.push_back(fd);
     }
 
-    property_host_reset();
-    zok_prop_ver = 1;
-    vopa_host::reset();
-    ScopedSocketDir dir;
-    static rild_sim::RildSim *sim = new rild_sim::RildSim("rild-zok");
     enum { kPoolFull, kRetry, kNoEvent, kNoWaiting, kTeardown, kWaitError };
     LogTally tally({"event pool is full", "retry old request for event ID", "event_ptr is NULL",
                     "not found req_event_ptr", "kill volte process", "select error"});
     AnswerCounter counter;
-    static vopa_entity_t entity = {};
-    ASSERT_EQ(rilproxy_entity_init(&entity, nullptr), &entity);
-    auto *ctx = static_cast<rilproxy_entity_priv_t *>(entity.priv);
+    rilproxy_entity_priv_t *ctx = nullptr;
+    rild_sim::RildSim *sim = startEntityWithDaemon(&ctx);
+    ASSERT_NE(sim, nullptr);
     EXPECT_GT(ctx->cmd_thread.pipe_fd[0], kCrowdDescriptors);
     EXPECT_GT(ctx->urc_thread.pipe_fd[1], kCrowdDescriptors);
-    vopa_host::open_entity_init_gate();
-    ASSERT_TRUE(sim->acceptClient(5000));
-    ASSERT_TRUE(vopa_host::wait_for_id(EVENT_RILPROXY_STATE_IND, 5000));
     EXPECT_GT(ctx->cmd_thread.fd.load(), kCrowdDescriptors);
 
     ScriptedDaemon daemon(sim);
