@@ -160,29 +160,21 @@ private:
         }
     }
 
+    // Answers as the host runner's daemon does (one data call, one bearer, "OK" and so on),
+    // except that one plain request in five fails with a RIL error and one TLV request in four is
+    // accepted, its result then delivered by the framework under the same serial; the others are
+    // refused, so the reader re-sends their plain form.
     void answer(const rild_sim::RequestFrame &req, std::mt19937 &random) {
-        if (req.serial & RIL_SERIAL_RETRY_FLAG) {
-            // Mostly refused, so the plain form is re-sent from the reader thread; otherwise
-            // accepted, and the framework delivers the result later under the same serial.
-            if (random() % 4 != 0) {
-                figures.refusedTlv++;
-                ASSERT_TRUE(mSim->writeResponse(req.serial, ZOKRIL_E_REQUEST_NOT_SUPPORTED, {}));
-                return;
-            }
-            figures.acceptedTlv++;
-            ASSERT_TRUE(mSim->writeResponse(req.serial, ZOKRIL_E_SUCCESS, {}));
-            deliverTlvResult(req);
-            return;
-        }
-        if (random() % 5 == 0) {
+        bool tlv = (req.serial & RIL_SERIAL_RETRY_FLAG) != 0;
+        rild_sim::Answer a = rild_sim::answerRequest(req, tlv && random() % 4 == 0);
+        if (!tlv && random() % 5 == 0) {
+            a = {14, {}, ""};
             figures.failed++;
             if (req.request_id == ZOKRIL_REQUEST_NOTIFY_PS_REG_STATE) figures.failedPsReg++;
-            ASSERT_TRUE(mSim->writeResponse(req.serial, 14, {}));
-            return;
         }
-        // What the host runner's daemon answers: one data call, one bearer, "OK" and so on.
-        ASSERT_TRUE(
-            mSim->writeResponse(req.serial, 0, rild_sim::answerRequest(req, false).payload));
+        if (tlv) (a.result == ZOKRIL_E_SUCCESS ? figures.acceptedTlv : figures.refusedTlv)++;
+        ASSERT_TRUE(mSim->writeResponse(req.serial, a.result, a.payload));
+        if (tlv && a.result == ZOKRIL_E_SUCCESS) deliverTlvResult(req);
     }
 
     // What the data manager would send once the accepted TLV request completed.
