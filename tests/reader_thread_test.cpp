@@ -168,13 +168,6 @@ struct TeardownCase {
     const char *cause;  // regex of the line that starts the teardown
 };
 
-void PrintTo(const TeardownCase &c, std::ostream *os) {
-    *os << c.name;
-}
-
-class ReaderTeardownTest : public ReaderThreadTest,
-                           public testing::WithParamInterface<TeardownCase> {};
-
 void runUntilTeardown(const TeardownCase &c) {
     zok_prop_ver = c.propVer;
     ScopedSocketDir dir;
@@ -190,61 +183,60 @@ void runUntilTeardown(const TeardownCase &c) {
     std::this_thread::sleep_for(std::chrono::seconds(10));
 }
 
-TEST_P(ReaderTeardownTest, EndsTheProcessAfterTheTeardownInOrder) {
-    const TeardownCase &c = GetParam();
-    const char *prefix = c.propVer < 1 ? "" : "vendor\\.";
-    std::string expected = std::string(c.cause) +
-                           ".*RIL Command socket \\([0-9]+\\) is closed"
-                           ".*delivered 3008 \\[01 00 00 00\\]"
-                           ".*delivered 3004 \\[50 51 00 00\\].*release the event index = 4"
-                           ".*kill volte process before restart ZOK" +
-                           ".*control request ctl\\.stop=" + prefix + "vcd_bridge" +
-                           ".*control request ctl\\.stop=" + prefix + "vcd_agent" +
-                           ".*control request ctl\\.stop=" + prefix + "vcd_engine" +
-                           ".*ZOK will be re-started: exit\n";
-    EXPECT_EXIT(runUntilTeardown(c), testing::ExitedWithCode(0), expected);
+TEST_F(ReaderThreadTest, EveryLostConnectionEndsTheProcessAfterTheTeardownInOrder) {
+    const TeardownCase cases[] = {
+        {"UnknownType", 1,
+         [](RildSim *sim, rilproxy_entity_priv_t *) {
+             sim->writeRaw(bytes("00 00 00 08 00 00 00 00 02 00 00 00"));
+         },
+         "an unknown type \\(2\\)"},
+        {"PeerCloses", 1, [](RildSim *sim, rilproxy_entity_priv_t *) { sim->closeClient(); },
+         "socket closed.*socket get length error"},
+        {"DisabledWhileConnected", 1,
+         [](RildSim *, rilproxy_entity_priv_t *ctx) { setEnabled(ctx, 0); },
+         "RIL Command thread is disable"},
+        // The task thread sits in a send under sock_mutex to a daemon that does not read; the
+        // teardown must not wait for that lock forever.
+        {"TaskThreadStuckInSend", 1,
+         [](RildSim *sim, rilproxy_entity_priv_t *ctx) {
+             std::promise<void> locked;
+             std::thread([ctx, &locked] {
+                 std::vector<uint8_t> big(1 << 20, 0x5a);
+                 rilproxy_ril_requset_param_t param;
+                 param.request_id = RIL_REQUEST_RADIO_POWER;
+                 param.serial_no = 0x100;
+                 param.parcel.setData(big.data(), big.size());
+                 RilproxyMutexHold hold(&ctx->cmd_thread.sock_mutex);
+                 locked.set_value();
+                 rilproxy_send_ril_request(ctx->cmd_thread.fd, &param);
+             }).detach();
+             locked.get_future().wait();
+             // Held open past the test's end, as a daemon that is alive.
+             EXPECT_GE(dup(sim->clientFd()), 0);
+             sim->writeRaw(bytes("00 00 00 08 00 00 00 00 02 00 00 00"));
+         },
+         "an unknown type \\(2\\)"},
+        {"SenderMarkedLostOldNames", 0,
+         [](RildSim *, rilproxy_entity_priv_t *ctx) {
+             ctx->cmd_thread.fd.store(-1);
+             EXPECT_EQ(write(ctx->cmd_thread.pipe_fd[1], " ", 1), 1);
+         },
+         "connect success"},
+    };
+    for (const TeardownCase &c : cases) {
+        SCOPED_TRACE(c.name);
+        const char *prefix = c.propVer < 1 ? "" : "vendor\\.";
+        std::string expected = std::string(c.cause) +
+                               ".*RIL Command socket \\([0-9]+\\) is closed"
+                               ".*delivered 3008 \\[01 00 00 00\\]"
+                               ".*delivered 3004 \\[50 51 00 00\\].*release the event index = 4"
+                               ".*kill volte process before restart ZOK" +
+                               ".*control request ctl\\.stop=" + prefix + "vcd_bridge" +
+                               ".*control request ctl\\.stop=" + prefix + "vcd_agent" +
+                               ".*control request ctl\\.stop=" + prefix + "vcd_engine" +
+                               ".*ZOK will be re-started: exit\n";
+        EXPECT_EXIT(runUntilTeardown(c), testing::ExitedWithCode(0), expected);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Causes, ReaderTeardownTest,
-    testing::Values(TeardownCase{"UnknownType", 1,
-                                 [](RildSim *sim, rilproxy_entity_priv_t *) {
-                                     sim->writeRaw(bytes("00 00 00 08 00 00 00 00 02 00 00 00"));
-                                 },
-                                 "an unknown type \\(2\\)"},
-                    TeardownCase{"PeerCloses", 1,
-                                 [](RildSim *sim, rilproxy_entity_priv_t *) { sim->closeClient(); },
-                                 "socket closed.*socket get length error"},
-                    TeardownCase{"DisabledWhileConnected", 1,
-                                 [](RildSim *, rilproxy_entity_priv_t *ctx) { setEnabled(ctx, 0); },
-                                 "RIL Command thread is disable"},
-                    // The task thread sits in a send under sock_mutex to a daemon that does not
-                    // read; the teardown must not wait for that lock forever.
-                    TeardownCase{"TaskThreadStuckInSend", 1,
-                                 [](RildSim *sim, rilproxy_entity_priv_t *ctx) {
-                                     std::promise<void> locked;
-                                     std::thread([ctx, &locked] {
-                                         std::vector<uint8_t> big(1 << 20, 0x5a);
-                                         rilproxy_ril_requset_param_t param;
-                                         param.request_id = RIL_REQUEST_RADIO_POWER;
-                                         param.serial_no = 0x100;
-                                         param.parcel.setData(big.data(), big.size());
-                                         RilproxyMutexHold hold(&ctx->cmd_thread.sock_mutex);
-                                         locked.set_value();
-                                         rilproxy_send_ril_request(ctx->cmd_thread.fd, &param);
-                                     }).detach();
-                                     locked.get_future().wait();
-                                     // Held open past the test's end, as a daemon that is alive.
-                                     EXPECT_GE(dup(sim->clientFd()), 0);
-                                     sim->writeRaw(bytes("00 00 00 08 00 00 00 00 02 00 00 00"));
-                                 },
-                                 "an unknown type \\(2\\)"},
-                    TeardownCase{"SenderMarkedLostOldNames", 0,
-                                 [](RildSim *, rilproxy_entity_priv_t *ctx) {
-                                     ctx->cmd_thread.fd.store(-1);
-                                     EXPECT_EQ(write(ctx->cmd_thread.pipe_fd[1], " ", 1), 1);
-                                 },
-                                 "connect success"}),
-    [](const testing::TestParamInfo<TeardownCase> &info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -214,21 +214,13 @@ struct Row {
 };
 
 std::vector<Row> rows() {
-    CallIdCauseRequest idCause = {};
-    idCause.id = 5;
-    idCause.cause = 2;
-    std::vector<uint8_t> idCauseBytes(sizeof(idCause));
-    memcpy(idCauseBytes.data(), &idCause, sizeof(idCause));
-    DataCallSetupRequest setup = {};
-    memcpy(setup.strings[1], "ims", 3);
-    setup.cid = 1;
-    std::vector<uint8_t> setupBytes(sizeof(setup));
-    memcpy(setupBytes.data(), &setup, sizeof(setup));
-    AtCommandRequest at = {};
+    const std::vector<uint8_t> idCauseBytes = bytes("05 00 00 00 02 00 00 00 00 00 00 00");
+    const std::vector<uint8_t> setupBytes = bytesAt(704, {{128, "69 6d 73"}, {648, "01"}});
+    AtCommandRequest at = {};  // its command is a pointer: the record cannot be written out
     at.channel = 302;
     at.command = kAtCommand;
-    std::vector<uint8_t> atBytes(sizeof(at));
-    memcpy(atBytes.data(), &at, sizeof(at));
+    const auto *atRecord = reinterpret_cast<const uint8_t *>(&at);
+    std::vector<uint8_t> atBytes(atRecord, atRecord + sizeof(at));
     const std::vector<uint8_t> bearer = bytesAt(
         3956, {{0, "04 00 00 00 05 00 00 00 00 00 00 00 06"}, {20, "01"}, {32, "01"}, {36, "01"}});
     return {{EVENT_DEACTIVATE_DATA_CALL_REQ, idCauseBytes, 1},
