@@ -18,7 +18,6 @@
 #include <chrono>
 #include <functional>
 #include <future>
-#include <ostream>
 #include <string>
 #include <thread>
 
@@ -54,8 +53,9 @@ rilproxy_entity_priv_t *startReader(const char *configuredName = "") {
 // A daemon that stays open until the process exits; the static keeps it reachable for leak
 // checkers.
 RildSim *keptDaemon(const std::string &name) {
-    static RildSim *kept = nullptr;
-    return kept = new RildSim(name);
+    static std::vector<RildSim *> kept;
+    kept.push_back(new RildSim(name));
+    return kept.back();
 }
 
 void setEnabled(rilproxy_entity_priv_t *ctx, int enabled) {
@@ -81,59 +81,51 @@ protected:
     }
 };
 
-struct NameCase {
-    const char *configured;
-    const char *vendorProperty;
-    const char *oldProperty;
-    int propVer;
-    const char *expectedLog;
-};
-
-void PrintTo(const NameCase &c, std::ostream *os) {
-    *os << c.expectedLog;
+// A connected reader stays connected to its daemon for the rest of the process; each case starts
+// a reader of its own in a socket directory of its own, and the idle ones before it stay quiet.
+TEST_F(ReaderThreadTest, ConnectsByNameThenAnnouncesTheConnection) {
+    const struct {
+        const char *configured, *vendorProperty, *oldProperty;
+        int propVer;
+        const char *expectedLog;
+    } cases[] = {
+        {"cfg-sock", "prop-sock", "", 1,
+         "RIL Command thread try to connect the rild (cfg-sock) by configure"},
+        {"", "prop-sock", "", 1,
+         "RIL Command thread try to connect the rild (prop-sock) by property"},
+        {"", "", "", 1, "RIL Command thread try to connect the rild (rild-zok) by default"},
+        {"", "new-sock", "old-sock", 0,
+         "RIL Command thread try to connect the rild (old-sock) by property"},
+        {"", "new-sock", "", 0, "RIL Command thread try to connect the rild (rild-zok) by default"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.expectedLog);
+        SetUp();
+        zok_prop_ver = c.propVer;
+        if (c.vendorProperty[0] != '\0') property_set("vendor.ril.zok.socket", c.vendorProperty);
+        if (c.oldProperty[0] != '\0') property_set("ril.zok.socket", c.oldProperty);
+        ScopedSocketDir dir;
+        // The expected name is the one inside the log text's parentheses.
+        std::string log = c.expectedLog;
+        std::string name = log.substr(log.find('(') + 1, log.find(')') - log.find('(') - 1);
+        RildSim *sim = keptDaemon(name);
+        LogCapture logs;
+        rilproxy_entity_priv_t *ctx = startReader(c.configured);
+        ASSERT_TRUE(sim->acceptClient(5000));
+        vopa_host::Delivery state;
+        ASSERT_TRUE(vopa_host::wait_for_id(EVENT_RILPROXY_STATE_IND, 5000, &state));
+        EXPECT_EQ(hex(state.data), "00 00 00 00");
+        std::vector<vopa_host::Delivery> out = vopa_host::deliveries();
+        ASSERT_EQ(out.size(), 2u);
+        EXPECT_EQ(out[0].id, EVENT_DATA_NOTIFICATION_REQ);
+        EXPECT_EQ(out[0].to, TASK_ID_DATAMNGR);
+        EXPECT_TRUE(logs.containsMessage(c.expectedLog));
+        int fd = ctx->cmd_thread.fd.load();
+        EXPECT_GT(fd, 0);
+        EXPECT_TRUE(
+            logs.containsMessage("RIL Command socket connect success, fd = " + std::to_string(fd)));
+    }
 }
-
-class ReaderNameTest : public ReaderThreadTest, public testing::WithParamInterface<NameCase> {};
-
-TEST_P(ReaderNameTest, ConnectsByNameThenAnnouncesTheConnection) {
-    const NameCase &c = GetParam();
-    zok_prop_ver = c.propVer;
-    if (c.vendorProperty[0] != '\0') property_set("vendor.ril.zok.socket", c.vendorProperty);
-    if (c.oldProperty[0] != '\0') property_set("ril.zok.socket", c.oldProperty);
-    ScopedSocketDir dir;
-    // The expected name is the one inside the log text's parentheses.
-    std::string log = c.expectedLog;
-    std::string name = log.substr(log.find('(') + 1, log.find(')') - log.find('(') - 1);
-    RildSim *sim = keptDaemon(name);
-    LogCapture logs;
-    rilproxy_entity_priv_t *ctx = startReader(c.configured);
-    ASSERT_TRUE(sim->acceptClient(5000));
-    vopa_host::Delivery state;
-    ASSERT_TRUE(vopa_host::wait_for_id(EVENT_RILPROXY_STATE_IND, 5000, &state));
-    EXPECT_EQ(hex(state.data), "00 00 00 00");
-    std::vector<vopa_host::Delivery> out = vopa_host::deliveries();
-    ASSERT_EQ(out.size(), 2u);
-    EXPECT_EQ(out[0].id, EVENT_DATA_NOTIFICATION_REQ);
-    EXPECT_EQ(out[0].to, TASK_ID_DATAMNGR);
-    EXPECT_TRUE(logs.containsMessage(c.expectedLog));
-    int fd = ctx->cmd_thread.fd.load();
-    EXPECT_GT(fd, 0);
-    EXPECT_TRUE(
-        logs.containsMessage("RIL Command socket connect success, fd = " + std::to_string(fd)));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Names, ReaderNameTest,
-    testing::Values(NameCase{"cfg-sock", "prop-sock", "", 1,
-                             "RIL Command thread try to connect the rild (cfg-sock) by configure"},
-                    NameCase{"", "prop-sock", "", 1,
-                             "RIL Command thread try to connect the rild (prop-sock) by property"},
-                    NameCase{"", "", "", 1,
-                             "RIL Command thread try to connect the rild (rild-zok) by default"},
-                    NameCase{"", "new-sock", "old-sock", 0,
-                             "RIL Command thread try to connect the rild (old-sock) by property"},
-                    NameCase{"", "new-sock", "", 0,
-                             "RIL Command thread try to connect the rild (rild-zok) by default"}));
 
 TEST_F(ReaderThreadTest, AbsentDaemonIsRetriedEverySecondOnlyWhileEnabled) {
     ScopedSocketDir dir;
