@@ -139,6 +139,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     // Whatever the stream said, the AT requester hears exactly once: from its answer frame or
     // from the release of the pool.
     check(replies[kAtCommand] == 1, "the AT requester is answered");
+    RilproxyMutexHold hold(&ctx->event_pool_mutex);
     check(ctx->held_without_event == 0 && ctx->serial_seq == 1, "the pool is empty again");
     return 0;
 }
