@@ -1,6 +1,6 @@
 // The reader thread against the simulated daemon on a real local socket in a private socket
-// directory: which name it connects to, how it paces attempts, frames split across writes, and
-// the teardown that ends the process (in child processes).
+// directory: which name it connects to, how it paces attempts, and the teardown that ends the
+// process (in child processes). Frames split across reads are the soak test's.
 //
 // A connected reader ends the process as soon as its socket closes, so tests that stay connected
 // keep their daemon alive until the process exits.
@@ -18,7 +18,6 @@
 #include <chrono>
 #include <functional>
 #include <future>
-#include <ostream>
 #include <string>
 #include <thread>
 
@@ -26,6 +25,7 @@
 #include "support/bytes.h"
 #include "support/log_capture.h"
 #include "support/socket_dir.h"
+#include "support/test_context.h"
 #include "tools/sim/rild_sim.h"
 #include "transport/frame.h"
 #include "transport/reader.h"
@@ -37,19 +37,11 @@ using rild_sim::RildSim;
 
 // The reader keeps the context for the rest of the process, as the entity's own thread does.
 rilproxy_entity_priv_t *startReader(const char *configuredName = "") {
-    auto *ctx = static_cast<rilproxy_entity_priv_t *>(calloc(1, sizeof(rilproxy_entity_priv_t)));
-    vopa_mutex_init(&ctx->event_pool_mutex);
-    vopa_mutex_init(&ctx->cmd_thread.sock_mutex);
-    {
-        RilproxyMutexHold hold(&ctx->event_pool_mutex);
-        ctx->serial_seq = 1;
-    }
-    ctx->cmd_thread.entity = ctx;
+    rilproxy_entity_priv_t *ctx = (new TestContext)->ctx;  // its socketpair stays unused
     ctx->cmd_thread.fd.store(-1);
     ctx->cmd_thread.enabled.store(1);
     snprintf(ctx->cmd_thread.socket_name, sizeof(ctx->cmd_thread.socket_name), "%s",
              configuredName);
-    EXPECT_EQ(pipe(ctx->cmd_thread.pipe_fd), 0);
     EXPECT_EQ(write(ctx->cmd_thread.pipe_fd[1], " ", 1), 1);
     vopa_thrd_init(&ctx->cmd_thread.thread);
     ctx->cmd_thread.thread.start(&ctx->cmd_thread.thread, rilproxy_cmd_resp_thread,
@@ -58,12 +50,12 @@ rilproxy_entity_priv_t *startReader(const char *configuredName = "") {
     return ctx;
 }
 
-// A daemon that stays open until the process exits; the global keeps it reachable for leak
+// A daemon that stays open until the process exits; the static keeps it reachable for leak
 // checkers.
-RildSim *gKeptDaemon = nullptr;
 RildSim *keptDaemon(const std::string &name) {
-    gKeptDaemon = new RildSim(name);
-    return gKeptDaemon;
+    static std::vector<RildSim *> kept;
+    kept.push_back(new RildSim(name));
+    return kept.back();
 }
 
 void setEnabled(rilproxy_entity_priv_t *ctx, int enabled) {
@@ -80,11 +72,6 @@ void park(rilproxy_entity_priv_t *ctx, int slot, uint32_t requester) {
     ctx->event_pool[slot] = event;
 }
 
-// Status word and the text's first bytes of an AT answer.
-std::string atAnswer(const vopa_host::Delivery &d) {
-    return d.data.size() < 24 ? "short" : hex(d.data.data() + 16, 8);
-}
-
 class ReaderThreadTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -94,85 +81,51 @@ protected:
     }
 };
 
-TEST(RildSimTest, BuildsResponseFramesAndDecodesRequests) {
-    EXPECT_EQ(hex(rild_sim::responseFrame(0x105, 2, bytes("01 00 00 00"), {1, 2})),
-              "00 00 00 1c 08 00 00 00 01 00 00 00 02 00 00 00 00 00 00 00 05 01 00 00 02 00 00 "
-              "00 01 00 00 00");
-    EXPECT_EQ(hex(rild_sim::unsolicitedFrame(3072, bytes("07"))),
-              "00 00 00 0d 00 00 00 00 01 00 00 00 00 0c 00 00 07");
-
-    ScopedSocketDir dir;
-    RildSim sim("rild-zok");
-    int client = socket_local_client("rild-zok", ANDROID_SOCKET_NAMESPACE_RESERVED, SOCK_STREAM);
-    ASSERT_GE(client, 0);
-    ASSERT_TRUE(sim.acceptClient(2000));
-    std::vector<uint8_t> request =
-        bytes("00 00 00 14 04 00 00 00 01 00 00 00 29 00 00 00 00 03 00 40 44 33 22 11");
-    ASSERT_EQ(write(client, request.data(), request.size()), 24);
-    rild_sim::RequestFrame f;
-    ASSERT_TRUE(sim.readRequest(&f, 2000));
-    EXPECT_EQ(f.length, 20u);
-    EXPECT_EQ(f.sim_id, 1);
-    EXPECT_EQ(f.request_id, 41);
-    EXPECT_EQ(f.serial, 0x40000300u);
-    EXPECT_EQ(hex(f.payload), "44 33 22 11");
-    close(client);
-    EXPECT_TRUE(sim.waitPeerClosed(2000));
+// A connected reader stays connected to its daemon for the rest of the process; each case starts
+// a reader of its own in a socket directory of its own, and the idle ones before it stay quiet.
+TEST_F(ReaderThreadTest, ConnectsByNameThenAnnouncesTheConnection) {
+    const struct {
+        const char *configured, *vendorProperty, *oldProperty;
+        int propVer;
+        const char *expectedLog;
+    } cases[] = {
+        {"cfg-sock", "prop-sock", "", 1,
+         "RIL Command thread try to connect the rild (cfg-sock) by configure"},
+        {"", "prop-sock", "", 1,
+         "RIL Command thread try to connect the rild (prop-sock) by property"},
+        {"", "", "", 1, "RIL Command thread try to connect the rild (rild-zok) by default"},
+        {"", "new-sock", "old-sock", 0,
+         "RIL Command thread try to connect the rild (old-sock) by property"},
+        {"", "new-sock", "", 0, "RIL Command thread try to connect the rild (rild-zok) by default"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.expectedLog);
+        SetUp();
+        zok_prop_ver = c.propVer;
+        if (c.vendorProperty[0] != '\0') property_set("vendor.ril.zok.socket", c.vendorProperty);
+        if (c.oldProperty[0] != '\0') property_set("ril.zok.socket", c.oldProperty);
+        ScopedSocketDir dir;
+        // The expected name is the one inside the log text's parentheses.
+        std::string log = c.expectedLog;
+        std::string name = log.substr(log.find('(') + 1, log.find(')') - log.find('(') - 1);
+        RildSim *sim = keptDaemon(name);
+        LogCapture logs;
+        rilproxy_entity_priv_t *ctx = startReader(c.configured);
+        ASSERT_TRUE(sim->acceptClient(5000));
+        vopa_host::Delivery state;
+        ASSERT_TRUE(vopa_host::wait_for_id(EVENT_RILPROXY_STATE_IND, 5000, &state));
+        EXPECT_EQ(hex(state.data), "00 00 00 00");
+        std::vector<vopa_host::Delivery> out = vopa_host::deliveries();
+        ASSERT_EQ(out.size(), 2u);
+        EXPECT_EQ(out[0].id, EVENT_DATA_NOTIFICATION_REQ);
+        EXPECT_EQ(out[0].to, TASK_ID_DATAMNGR);
+        EXPECT_TRUE(logs.containsMessage(c.expectedLog));
+        int fd = ctx->cmd_thread.fd.load();
+        EXPECT_GT(fd, 0);
+        EXPECT_TRUE(
+            logs.containsMessage("RIL Command socket connect success, fd = " + std::to_string(fd)));
+    }
 }
-
-struct NameCase {
-    const char *configured;
-    const char *vendorProperty;
-    const char *oldProperty;
-    int propVer;
-    const char *expectedLog;
-};
-
-void PrintTo(const NameCase &c, std::ostream *os) {
-    *os << c.expectedLog;
-}
-
-class ReaderNameTest : public ReaderThreadTest, public testing::WithParamInterface<NameCase> {};
-
-TEST_P(ReaderNameTest, ConnectsByNameThenAnnouncesTheConnection) {
-    const NameCase &c = GetParam();
-    zok_prop_ver = c.propVer;
-    if (c.vendorProperty[0] != '\0') property_set("vendor.ril.zok.socket", c.vendorProperty);
-    if (c.oldProperty[0] != '\0') property_set("ril.zok.socket", c.oldProperty);
-    ScopedSocketDir dir;
-    // The expected name is the one inside the log text's parentheses.
-    std::string log = c.expectedLog;
-    std::string name = log.substr(log.find('(') + 1, log.find(')') - log.find('(') - 1);
-    RildSim *sim = keptDaemon(name);
-    LogCapture logs;
-    rilproxy_entity_priv_t *ctx = startReader(c.configured);
-    ASSERT_TRUE(sim->acceptClient(5000));
-    vopa_host::Delivery state;
-    ASSERT_TRUE(vopa_host::wait_for_id(EVENT_RILPROXY_STATE_IND, 5000, &state));
-    EXPECT_EQ(hex(state.data), "00 00 00 00");
-    std::vector<vopa_host::Delivery> out = vopa_host::deliveries();
-    ASSERT_EQ(out.size(), 2u);
-    EXPECT_EQ(out[0].id, EVENT_DATA_NOTIFICATION_REQ);
-    EXPECT_EQ(out[0].to, TASK_ID_DATAMNGR);
-    EXPECT_TRUE(logs.containsMessage(c.expectedLog));
-    int fd = ctx->cmd_thread.fd.load();
-    EXPECT_GT(fd, 0);
-    EXPECT_TRUE(
-        logs.containsMessage("RIL Command socket connect success, fd = " + std::to_string(fd)));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Names, ReaderNameTest,
-    testing::Values(NameCase{"cfg-sock", "prop-sock", "", 1,
-                             "RIL Command thread try to connect the rild (cfg-sock) by configure"},
-                    NameCase{"", "prop-sock", "", 1,
-                             "RIL Command thread try to connect the rild (prop-sock) by property"},
-                    NameCase{"", "", "", 1,
-                             "RIL Command thread try to connect the rild (rild-zok) by default"},
-                    NameCase{"", "new-sock", "old-sock", 0,
-                             "RIL Command thread try to connect the rild (old-sock) by property"},
-                    NameCase{"", "new-sock", "", 0,
-                             "RIL Command thread try to connect the rild (rild-zok) by default"}));
 
 TEST_F(ReaderThreadTest, AbsentDaemonIsRetriedEverySecondOnlyWhileEnabled) {
     ScopedSocketDir dir;
@@ -198,46 +151,6 @@ TEST_F(ReaderThreadTest, AbsentDaemonIsRetriedEverySecondOnlyWhileEnabled) {
     EXPECT_TRUE(sim->acceptClient(3000));
 }
 
-TEST_F(ReaderThreadTest, FramesSplitOrJoinedAcrossWritesAreEachAnswered) {
-    ScopedSocketDir dir;
-    RildSim *sim = keptDaemon("rild-zok");
-    rilproxy_entity_priv_t *ctx = startReader();
-    ASSERT_TRUE(sim->acceptClient(5000));
-    vopa_host::Delivery d;
-    ASSERT_TRUE(vopa_host::wait_for_id(EVENT_RILPROXY_STATE_IND, 5000, &d));
-    park(ctx, 1, 11);
-    park(ctx, 2, 12);
-    park(ctx, 3, 13);
-
-    // Two answers in one write: "\r\n+CME ERROR: 10\r\n" for slot 1, "\r\nOK\r\n" for slot 2.
-    ASSERT_TRUE(sim->writeRaw(
-        bytes("00 00 00 26 00 00 00 00 00 00 00 00 01 01 00 00 00 00 00 00 00 00 00 00"
-              " 0D 0A 2B 43 4D 45 20 45 52 52 4F 52 3A 20 31 30 0D 0A"
-              "00 00 00 1A 00 00 00 00 00 00 00 00 02 01 00 00 00 00 00 00 00 00 00 00"
-              " 0D 0A 4F 4B 0D 0A")));
-    ASSERT_TRUE(
-        vopa_host::wait_for([](const vopa_host::Delivery &x) { return x.to == 12; }, 5000, &d));
-    std::vector<vopa_host::Delivery> answers;
-    for (const vopa_host::Delivery &x : vopa_host::deliveries()) {
-        if (x.id == EVENT_RILPROXY_ATCMD_RESP) answers.push_back(x);
-    }
-    ASSERT_EQ(answers.size(), 2u);
-    EXPECT_EQ(answers[0].to, 11);
-    EXPECT_EQ(atAnswer(answers[0]), "01 00 00 00 2b 43 4d 45");
-    EXPECT_EQ(atAnswer(answers[1]), "00 00 00 00 4f 4b 0d 0a");
-
-    // One answer a byte at a time, with a feature header carrying SIM id 1.
-    sim->setChunked(true);
-    ASSERT_TRUE(sim->writeRaw(
-        bytes("00 00 00 22 08 00 00 00 01 00 00 00 01 00 00 00 00 00 00 00 03 01 00 00 00 00 00 "
-              "00 00 00 00 00 0D 0A 4F 4B 0D 0A")));
-    ASSERT_TRUE(
-        vopa_host::wait_for([](const vopa_host::Delivery &x) { return x.to == 13; }, 5000, &d));
-    EXPECT_EQ(atAnswer(d), "00 00 00 00 4f 4b 0d 0a");
-    // The reader frees each request after its answer went out.
-    EXPECT_TRUE(vopa_host::wait_no_live_events(2000));
-}
-
 // Each case provokes the end of the connection; the child must then run the whole teardown in
 // order, answering the parked AT request with status 6, and end with exit status 0.
 struct TeardownCase {
@@ -246,13 +159,6 @@ struct TeardownCase {
     std::function<void(RildSim *, rilproxy_entity_priv_t *)> provoke;
     const char *cause;  // regex of the line that starts the teardown
 };
-
-void PrintTo(const TeardownCase &c, std::ostream *os) {
-    *os << c.name;
-}
-
-class ReaderTeardownTest : public ReaderThreadTest,
-                           public testing::WithParamInterface<TeardownCase> {};
 
 void runUntilTeardown(const TeardownCase &c) {
     zok_prop_ver = c.propVer;
@@ -269,66 +175,60 @@ void runUntilTeardown(const TeardownCase &c) {
     std::this_thread::sleep_for(std::chrono::seconds(10));
 }
 
-TEST_P(ReaderTeardownTest, EndsTheProcessAfterTheTeardownInOrder) {
-    const TeardownCase &c = GetParam();
-    const char *prefix = c.propVer < 1 ? "" : "vendor\\.";
-    std::string expected = std::string(c.cause) +
-                           ".*RIL Command socket \\([0-9]+\\) is closed"
-                           ".*delivered 3008 \\[01 00 00 00\\]"
-                           ".*delivered 3004 \\[50 51 00 00\\].*release the event index = 4"
-                           ".*kill volte process before restart ZOK" +
-                           ".*control request ctl\\.stop=" + prefix + "vcd_bridge" +
-                           ".*control request ctl\\.stop=" + prefix + "vcd_agent" +
-                           ".*control request ctl\\.stop=" + prefix + "vcd_engine" +
-                           ".*ZOK will be re-started: exit\n";
-    EXPECT_EXIT(runUntilTeardown(c), testing::ExitedWithCode(0), expected);
+TEST_F(ReaderThreadTest, EveryLostConnectionEndsTheProcessAfterTheTeardownInOrder) {
+    const TeardownCase cases[] = {
+        {"UnknownType", 1,
+         [](RildSim *sim, rilproxy_entity_priv_t *) {
+             sim->writeRaw(bytes("00 00 00 08 00 00 00 00 02 00 00 00"));
+         },
+         "an unknown type \\(2\\)"},
+        {"PeerCloses", 1, [](RildSim *sim, rilproxy_entity_priv_t *) { sim->closeClient(); },
+         "socket closed.*socket get length error"},
+        {"DisabledWhileConnected", 1,
+         [](RildSim *, rilproxy_entity_priv_t *ctx) { setEnabled(ctx, 0); },
+         "RIL Command thread is disable"},
+        // The task thread sits in a send under sock_mutex to a daemon that does not read; the
+        // teardown must not wait for that lock forever.
+        {"TaskThreadStuckInSend", 1,
+         [](RildSim *sim, rilproxy_entity_priv_t *ctx) {
+             std::promise<void> locked;
+             std::thread([ctx, &locked] {
+                 std::vector<uint8_t> big(1 << 20, 0x5a);
+                 rilproxy_ril_requset_param_t param;
+                 param.request_id = RIL_REQUEST_RADIO_POWER;
+                 param.serial_no = 0x100;
+                 param.parcel.setData(big.data(), big.size());
+                 RilproxyMutexHold hold(&ctx->cmd_thread.sock_mutex);
+                 locked.set_value();
+                 rilproxy_send_ril_request(ctx->cmd_thread.fd, &param);
+             }).detach();
+             locked.get_future().wait();
+             // Held open past the test's end, as a daemon that is alive.
+             EXPECT_GE(dup(sim->clientFd()), 0);
+             sim->writeRaw(bytes("00 00 00 08 00 00 00 00 02 00 00 00"));
+         },
+         "an unknown type \\(2\\)"},
+        {"SenderMarkedLostOldNames", 0,
+         [](RildSim *, rilproxy_entity_priv_t *ctx) {
+             ctx->cmd_thread.fd.store(-1);
+             EXPECT_EQ(write(ctx->cmd_thread.pipe_fd[1], " ", 1), 1);
+         },
+         "connect success"},
+    };
+    for (const TeardownCase &c : cases) {
+        SCOPED_TRACE(c.name);
+        const char *prefix = c.propVer < 1 ? "" : "vendor\\.";
+        std::string expected = std::string(c.cause) +
+                               ".*RIL Command socket \\([0-9]+\\) is closed"
+                               ".*delivered 3008 \\[01 00 00 00\\]"
+                               ".*delivered 3004 \\[50 51 00 00\\].*release the event index = 4"
+                               ".*kill volte process before restart ZOK" +
+                               ".*control request ctl\\.stop=" + prefix + "vcd_bridge" +
+                               ".*control request ctl\\.stop=" + prefix + "vcd_agent" +
+                               ".*control request ctl\\.stop=" + prefix + "vcd_engine" +
+                               ".*ZOK will be re-started: exit\n";
+        EXPECT_EXIT(runUntilTeardown(c), testing::ExitedWithCode(0), expected);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Causes, ReaderTeardownTest,
-    testing::Values(TeardownCase{"UnknownType", 1,
-                                 [](RildSim *sim, rilproxy_entity_priv_t *) {
-                                     sim->writeRaw(bytes("00 00 00 08 00 00 00 00 02 00 00 00"));
-                                 },
-                                 "an unknown type \\(2\\)"},
-                    TeardownCase{"PeerCloses", 1,
-                                 [](RildSim *sim, rilproxy_entity_priv_t *) { sim->closeClient(); },
-                                 "socket closed.*socket get length error"},
-                    TeardownCase{"DisabledWhileConnected", 1,
-                                 [](RildSim *, rilproxy_entity_priv_t *ctx) { setEnabled(ctx, 0); },
-                                 "RIL Command thread is disable"},
-                    TeardownCase{"OversizedHeader", 1,
-                                 [](RildSim *sim, rilproxy_entity_priv_t *) {
-                                     sim->writeRaw(bytes("00 00 08 00 D0 07 00 00"));
-                                 },
-                                 "invalid header size 2000"},
-                    // The task thread sits in a send under sock_mutex to a daemon that does not
-                    // read; the teardown must not wait for that lock forever.
-                    TeardownCase{"TaskThreadStuckInSend", 1,
-                                 [](RildSim *sim, rilproxy_entity_priv_t *ctx) {
-                                     std::promise<void> locked;
-                                     std::thread([ctx, &locked] {
-                                         std::vector<uint8_t> big(1 << 20, 0x5a);
-                                         rilproxy_ril_requset_param_t param;
-                                         param.request_id = RIL_REQUEST_RADIO_POWER;
-                                         param.serial_no = 0x100;
-                                         param.parcel.setData(big.data(), big.size());
-                                         RilproxyMutexHold hold(&ctx->cmd_thread.sock_mutex);
-                                         locked.set_value();
-                                         rilproxy_send_ril_request(ctx->cmd_thread.fd, &param);
-                                     }).detach();
-                                     locked.get_future().wait();
-                                     // Held open past the test's end, as a daemon that is alive.
-                                     EXPECT_GE(dup(sim->clientFd()), 0);
-                                     sim->writeRaw(bytes("00 00 00 08 00 00 00 00 02 00 00 00"));
-                                 },
-                                 "an unknown type \\(2\\)"},
-                    TeardownCase{"SenderMarkedLostOldNames", 0,
-                                 [](RildSim *, rilproxy_entity_priv_t *ctx) {
-                                     ctx->cmd_thread.fd.store(-1);
-                                     EXPECT_EQ(write(ctx->cmd_thread.pipe_fd[1], " ", 1), 1);
-                                 },
-                                 "connect success"}),
-    [](const testing::TestParamInfo<TeardownCase> &info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -14,14 +14,9 @@
 #include <vector>
 
 #include "codec/parcel_strings.h"
+#include "fuzz/fuzz_check.h"
 
 namespace {
-
-void check(bool ok, const char *what) {
-    if (ok) return;
-    fprintf(stderr, "invariant broken: %s\n", what);
-    abort();
-}
 
 size_t expectedMaxUnits(const unsigned char *text) {
     size_t units = 0;

@@ -6,7 +6,6 @@
 // and frames are read until the reader says FATAL (a closed stream always ends that way). The
 // teardown itself is not run: a fatal verdict ends the input, not the process.
 #include <fcntl.h>
-#include <host/log_capture.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -16,7 +15,7 @@
 
 #include <map>
 
-#include "core/framework_calls.h"
+#include "fuzz/fuzz_check.h"
 #include "support/test_context.h"
 #include "transport/reader.h"
 #include "vopa_host.h"
@@ -41,7 +40,6 @@ const char kAtText[] = "AT+CGACT?";
 
 TestContext *context() {
     static TestContext *t = [] {
-        host_log_set_stderr(0);
         TestContext *created = new TestContext(false);
         close(created->own);
         close(created->peer);
@@ -87,12 +85,6 @@ void drain(int fd) {
     char buf[4096];
     while (recv(fd, buf, sizeof(buf), MSG_DONTWAIT) > 0) {
     }
-}
-
-void check(bool ok, const char *what) {
-    if (ok) return;
-    fprintf(stderr, "invariant broken: %s\n", what);
-    abort();
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 // rest is the payload. Every event the handler sends must go to task 402 with the size its kind
 // has, be freed by the framework, and match in number what the Parcel announced.
 #include <binder/Parcel.h>
-#include <host/log_capture.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -11,17 +10,12 @@
 #include <vector>
 
 #include "codec/wire_lists.h"
+#include "fuzz/fuzz_check.h"
 #include "rilproxy.h"
 #include "rilproxy_entity.h"
 #include "vopa_host.h"
 
 namespace {
-
-void check(bool ok, const char *what) {
-    if (ok) return;
-    fprintf(stderr, "invariant broken: %s\n", what);
-    abort();
-}
 
 size_t rowCount() {
     size_t n = 0;
@@ -82,11 +76,6 @@ size_t maxEvents(int32_t id, const uint8_t *payload, size_t size) {
 }
 
 }  // namespace
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    host_log_set_stderr(0);
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static const size_t rows = rowCount();

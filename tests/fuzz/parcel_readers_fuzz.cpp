@@ -3,7 +3,6 @@
 // would leave them, so that fields a reader must not touch can be checked, and no stored count
 // may exceed its array. A TFT read back from what the writer made of it must be the same.
 #include <binder/Parcel.h>
-#include <host/log_capture.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -11,16 +10,19 @@
 
 #include "codec/bearer_record.h"
 #include "codec/data_call_record.h"
+#include "fuzz/fuzz_check.h"
 #include "zok_records.h"
 
 namespace {
 
 constexpr unsigned char kPattern = 0xA5;
 
-void check(bool ok, const char *what) {
-    if (ok) return;
-    fprintf(stderr, "invariant broken: %s\n", what);
-    abort();
+// A record on the heap, exactly its size, so a write past its end is caught too.
+template <typename T>
+T *patterned() {
+    T *record = static_cast<T *>(malloc(sizeof(T)));
+    memset(record, kPattern, sizeof(T));
+    return record;
 }
 
 template <size_t N>
@@ -88,8 +90,7 @@ void checkTftRoundTrip(const ZOK_Tft &first) {
     android::Parcel parcel;
     writeTftStructToParcel(parcel, &copy);
     parcel.setDataPosition(0);
-    ZOK_Tft *again = static_cast<ZOK_Tft *>(malloc(sizeof(ZOK_Tft)));
-    memset(again, kPattern, sizeof(*again));
+    ZOK_Tft *again = patterned<ZOK_Tft>();
     readTftStructFromParcel(parcel, again);
     check(parcel.dataPosition() == parcel.dataSize(), "the reader consumes what the writer wrote");
     check(again->operation == first.operation && again->pfNumber == first.pfNumber &&
@@ -127,10 +128,7 @@ void checkTftRoundTrip(const ZOK_Tft &first) {
 }
 
 void readDataCall(android::Parcel &parcel, int version) {
-    // Exactly the record's size on the heap, so a write past its end is caught too.
-    ZOK_Data_Call_Response_v11 *d =
-        static_cast<ZOK_Data_Call_Response_v11 *>(malloc(sizeof(ZOK_Data_Call_Response_v11)));
-    memset(d, kPattern, sizeof(*d));
+    auto *d = patterned<ZOK_Data_Call_Response_v11>();
     readDataCallFromParcel(parcel, d, version, 1);
     check(d->type >= -1 && d->type <= 2, "address family is one of four");
     check(terminated(d->ifname), "ifname ends inside its field");
@@ -157,11 +155,6 @@ void readDataCall(android::Parcel &parcel, int version) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    host_log_set_stderr(0);
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size < 1) return 0;
     android::Parcel parcel;
@@ -177,17 +170,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             readDataCall(parcel, 1001);
             break;
         case 3: {
-            auto *b = static_cast<ZOK_Dedicate_Data_Call_Struct *>(
-                malloc(sizeof(ZOK_Dedicate_Data_Call_Struct)));
-            memset(b, kPattern, sizeof(*b));
+            auto *b = patterned<ZOK_Dedicate_Data_Call_Struct>();
             readDedicateDataFromParcel(parcel, b);
             checkBearer(*b);
             free(b);
             break;
         }
         case 4: {
-            auto *tft = static_cast<ZOK_Tft *>(malloc(sizeof(ZOK_Tft)));
-            memset(tft, kPattern, sizeof(*tft));
+            auto *tft = patterned<ZOK_Tft>();
             readTftStructFromParcel(parcel, tft);
             checkTft(*tft);
             checkTftRoundTrip(*tft);
@@ -195,8 +185,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             break;
         }
         default: {
-            auto *p = static_cast<dm_pcscf_t *>(malloc(sizeof(dm_pcscf_t)));
-            memset(p, kPattern, sizeof(*p));
+            auto *p = patterned<dm_pcscf_t>();
             readPcscfFromParcel(parcel, p);
             checkPcscf(*p);
             check((p->ipv6Mask >> p->count) == 0, "IPv6 bits only for stored addresses");

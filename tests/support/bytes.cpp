@@ -5,25 +5,18 @@
 #include <stdlib.h>
 
 std::vector<uint8_t> bytes(const std::string &hexText) {
-    std::vector<uint8_t> out;
-    int high = -1;
+    std::string digits;
     for (char c : hexText) {
-        if (isspace(static_cast<unsigned char>(c))) continue;
-        if (!isxdigit(static_cast<unsigned char>(c))) {
-            fprintf(stderr, "bad hex text: %s\n", hexText.c_str());
-            abort();
-        }
-        int v = isdigit(static_cast<unsigned char>(c)) ? c - '0' : (tolower(c) - 'a' + 10);
-        if (high < 0) {
-            high = v;
-        } else {
-            out.push_back(static_cast<uint8_t>(high << 4 | v));
-            high = -1;
-        }
+        if (!isspace(static_cast<unsigned char>(c))) digits += c;
     }
-    if (high >= 0) {
-        fprintf(stderr, "odd hex text: %s\n", hexText.c_str());
+    if (digits.size() % 2 != 0 ||
+        digits.find_first_not_of("0123456789abcdefABCDEF") != digits.npos) {
+        fprintf(stderr, "bad hex text: %s\n", hexText.c_str());
         abort();
+    }
+    std::vector<uint8_t> out;
+    for (size_t i = 0; i < digits.size(); i += 2) {
+        out.push_back(static_cast<uint8_t>(strtoul(digits.substr(i, 2).c_str(), nullptr, 16)));
     }
     return out;
 }

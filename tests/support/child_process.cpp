@@ -21,11 +21,7 @@ int Outcome::exitCode() const {
 }
 
 std::vector<std::string> Outcome::outLines() const {
-    std::vector<std::string> lines;
-    std::stringstream in(out);
-    std::string line;
-    while (std::getline(in, line)) lines.push_back(line);
-    return lines;
+    return splitText(out, '\n');
 }
 
 std::vector<std::string> splitText(const std::string &text, char separator) {

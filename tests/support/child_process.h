@@ -22,7 +22,7 @@ struct Outcome {
     std::string out;
     std::string err;
     int exitCode() const;
-    std::vector<std::string> outLines() const;
+    std::vector<std::string> outLines() const;  // the non-empty lines of `out`
 };
 
 // The non-empty parts of `text` between separators.
