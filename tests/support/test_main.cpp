@@ -7,8 +7,28 @@
 // run in a fresh process on both builds, rather than in a fork of a threaded one under qemu.
 #include <gtest/gtest.h>
 #include <limits.h>
+#include <stdio.h>
 #include <stdlib.h>
+#include <sys/syscall.h>
 #include <unistd.h>
+
+// The entity's teardown ends the process with exit_group(0), which CTest would count as a pass: a
+// test whose connection dropped half-way would pass without having run to its end. Every test
+// program is linked with -Wl,--wrap=syscall, so outside the death tests that expect the teardown
+// its exit reports a failure instead.
+namespace {
+bool gInDeathTestChild = false;
+constexpr long kUnexpectedTeardownStatus = 3;
+}  // namespace
+
+extern "C" long __real_syscall(long number, long a, long b, long c, long d, long e, long f);
+extern "C" long __wrap_syscall(long number, long a, long b, long c, long d, long e, long f) {
+    if (number == SYS_exit_group && !gInDeathTestChild) {
+        fprintf(stderr, "the entity's teardown ended the test program\n");
+        a = kUnexpectedTeardownStatus;
+    }
+    return __real_syscall(number, a, b, c, d, e, f);
+}
 
 int main(int argc, char **argv) {
 #ifdef ZOK_DEATH_TEST_LAUNCHER
@@ -23,6 +43,7 @@ int main(int argc, char **argv) {
     }
 #endif
     testing::InitGoogleTest(&argc, argv);
+    gInDeathTestChild = !GTEST_FLAG_GET(internal_run_death_test).empty();
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     return RUN_ALL_TESTS();
 }
