@@ -1,6 +1,7 @@
 // rilproxy-host: loads the real libzok_rilproxy.so into the host framework, points it at a RIL
 // daemon (the built-in simulated one with --sim, or any program listening on the socket), runs
-// a script of framework events and prints every event the entity delivers. See docs/runner.md.
+// a script of framework events and prints every event the entity delivers. Usage: the README's
+// "Running the entity on a PC".
 //
 //     rilproxy-host --sim examples/demo.script
 //     rilproxy-host --socket-dir /tmp/socks --format json < my.script
