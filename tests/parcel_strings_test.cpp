@@ -48,6 +48,10 @@ TEST(ParcelStringsTest, ReadsIntoBoundedBufferAndSpellsOutNull) {
         {"05 00 00 00 61 00", 16, "28 6e 75 6c 6c 29", 4},        // short String16
         {"01 00 00 00 61 00 01 00", 16, "28 6e 75 6c 6c 29", 8},  // bad terminator
         {"ff ff ff ff", 4, "28 6e 75", 4},
+        {"01 02", 16, "28 6e 75 6c 6c 29", 0},        // no room for the count
+        {"7f ff ff ff", 16, "28 6e 75 6c 6c 29", 4},  // huge count
+        // Padding is skipped whatever its bytes (some daemons pad with 0xFF).
+        {"02 00 00 00 61 00 62 00 00 00 ff ff 07 00 00 00", 16, "61 62", 12},
     };
     for (const auto &c : cases) {
         android::Parcel p;

@@ -314,7 +314,6 @@ TEST(RunnerScriptTest, ErrorsNameTheLine) {
         bool withSim;
         std::string script, error;
     } cases[] = {
-        {true, "connect\n\nbogus 1\n", "line 3: unknown command 'bogus'"},
         {true, "post 4005 0500000g\n", "line 1: bad hex '0500000g'"},
         {true, "post 4005 050\n", "line 1: bad hex '050'"},
         {true, "post 4005 i32=0:1 size=2\n", "line 1: payload of 4 bytes exceeds size=2"},
