@@ -15,7 +15,6 @@
 #include <map>
 #include <regex>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -36,6 +35,11 @@ static_assert(std::numeric_limits<char>::is_signed, "x86_64 keeps its signed cha
 #error "no expected ELF machine for this architecture"
 #endif
 
+std::string readFile(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
 template <typename T>
 bool readAt(const std::vector<uint8_t> &file, uint64_t offset, T *out) {
     if (offset > file.size() || file.size() - offset < sizeof(T)) return false;
@@ -47,9 +51,8 @@ bool readAt(const std::vector<uint8_t> &file, uint64_t offset, T *out) {
 // foreign file fails the test, not a wild read.
 std::map<std::string, Elf64_Sym> dynamicSymbols(const std::string &path) {
     std::map<std::string, Elf64_Sym> symbols;
-    std::ifstream in(path, std::ios::binary);
-    const std::vector<uint8_t> file((std::istreambuf_iterator<char>(in)),
-                                    std::istreambuf_iterator<char>());
+    const std::string text = readFile(path);
+    const std::vector<uint8_t> file(text.begin(), text.end());
     Elf64_Ehdr eh;
     if (!readAt(file, 0, &eh) || memcmp(eh.e_ident, ELFMAG, SELFMAG) != 0 ||
         eh.e_ident[EI_CLASS] != ELFCLASS64 || eh.e_ident[EI_DATA] != ELFDATA2LSB ||
@@ -139,13 +142,6 @@ TEST(WeakImportTest, InitCallsInitWithDriverOnlyWhereTheBinderLibraryHasIt) {
         EXPECT_EQ(r.out.find(") after call initWithDriver\n") != std::string::npos, c.present);
         EXPECT_EQ(lines.back(), "init returned 21");
     }
-}
-
-std::string readFile(const std::string &path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
 }
 
 // Every quoted or bare *.cpp path inside the first block that starts with `opener`.
