@@ -3,7 +3,8 @@
 // the binder import stays weak so the entity loads where the platform lacks it. A child process
 // (weak_import_probe) then loads the entity after one of two host binder libraries with the same
 // soname, with and without initWithDriver: where it is absent the entity must still load and init
-// must skip it.
+// must skip it. And the vendor build (Android.bp) and the host build (CMake) must compile the same
+// entity sources into it.
 #include <elf.h>
 #include <gtest/gtest.h>
 #include <string.h>
@@ -12,6 +13,8 @@
 #include <iterator>
 #include <limits>
 #include <map>
+#include <regex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -32,6 +35,11 @@ static_assert(std::numeric_limits<char>::is_signed, "x86_64 keeps its signed cha
 #error "no expected ELF machine for this architecture"
 #endif
 
+std::string readFile(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
 template <typename T>
 bool readAt(const std::vector<uint8_t> &file, uint64_t offset, T *out) {
     if (offset > file.size() || file.size() - offset < sizeof(T)) return false;
@@ -43,9 +51,8 @@ bool readAt(const std::vector<uint8_t> &file, uint64_t offset, T *out) {
 // foreign file fails the test, not a wild read.
 std::map<std::string, Elf64_Sym> dynamicSymbols(const std::string &path) {
     std::map<std::string, Elf64_Sym> symbols;
-    std::ifstream in(path, std::ios::binary);
-    const std::vector<uint8_t> file((std::istreambuf_iterator<char>(in)),
-                                    std::istreambuf_iterator<char>());
+    const std::string text = readFile(path);
+    const std::vector<uint8_t> file(text.begin(), text.end());
     Elf64_Ehdr eh;
     if (!readAt(file, 0, &eh) || memcmp(eh.e_ident, ELFMAG, SELFMAG) != 0 ||
         eh.e_ident[EI_CLASS] != ELFCLASS64 || eh.e_ident[EI_DATA] != ELFDATA2LSB ||
@@ -134,6 +141,33 @@ TEST(WeakImportTest, InitCallsInitWithDriverOnlyWhereTheBinderLibraryHasIt) {
         EXPECT_EQ(message(2), "init_fp = " + address);
         EXPECT_EQ(r.out.find(") after call initWithDriver\n") != std::string::npos, c.present);
         EXPECT_EQ(lines.back(), "init returned 21");
+    }
+}
+
+// Every quoted or bare *.cpp path inside the first block that starts with `opener`.
+std::set<std::string> sourcesIn(const std::string &text, const std::string &opener, char closer) {
+    std::set<std::string> out;
+    size_t start = text.find(opener);
+    if (start == std::string::npos) return out;
+    size_t end = text.find(closer, start + opener.size());
+    std::string block = text.substr(start, end - start);
+    std::regex path(R"([A-Za-z0-9_/]+\.cpp)");
+    for (auto it = std::sregex_iterator(block.begin(), block.end(), path);
+         it != std::sregex_iterator(); ++it) {
+        out.insert(it->str());
+    }
+    return out;
+}
+
+TEST(BuildFilesTest, AndroidBpListsTheCMakeSources) {
+    std::string cmake = readFile(std::string(ZOK_SOURCE_DIR) + "/cmake/entity_sources.cmake");
+    std::string bp = readFile(std::string(ZOK_SOURCE_DIR) + "/Android.bp");
+    std::set<std::string> fromCmake = sourcesIn(cmake, "set(ZOK_ENTITY_SOURCES", ')');
+    std::set<std::string> fromBp = sourcesIn(bp, "srcs: [", ']');
+    ASSERT_GT(fromCmake.size(), 10u);
+    EXPECT_EQ(fromCmake, fromBp);
+    for (const std::string &source : fromCmake) {
+        EXPECT_TRUE(std::ifstream(std::string(ZOK_SOURCE_DIR) + "/" + source).good()) << source;
     }
 }
 

@@ -245,15 +245,6 @@ struct Frame {
     std::string answer;
 };
 
-bool post(event_id_t id, const std::vector<uint8_t> &payload) {
-    return vopa_host::post(TASK_ID_RILPROXY, id, payload.empty() ? nullptr : payload.data(),
-                           static_cast<int>(payload.size()), kRequester);
-}
-
-std::vector<vopa_host::Delivery> repliesAfter(uint64_t start) {
-    return deliveriesTo(vopa_host::DeliveryKind::Reply, kRequester, start);
-}
-
 TEST(HandlersE2eTest, EveryRowFromRequestParcelToReply) {
     rild_sim::RildSim *daemon = startEntityWithDaemon();
     ASSERT_NE(daemon, nullptr);
@@ -326,7 +317,10 @@ TEST(HandlersE2eTest, EveryRowFromRequestParcelToReply) {
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
         uint64_t start = lastDeliverySeq();
-        ASSERT_TRUE(post(row.id, row.payload));
+        const std::vector<uint8_t> &payload = row.payload;
+        ASSERT_TRUE(vopa_host::post(TASK_ID_RILPROXY, row.id,
+                                    payload.empty() ? nullptr : payload.data(),
+                                    static_cast<int>(payload.size()), kRequester));
         for (const Frame &f : row.frames) {
             rild_sim::RequestFrame req;
             ASSERT_TRUE(daemon->readRequest(&req, 5000));
@@ -337,7 +331,7 @@ TEST(HandlersE2eTest, EveryRowFromRequestParcelToReply) {
             ASSERT_TRUE(daemon->writeResponse(req.serial, f.result, bytes(f.answer)));
         }
         ASSERT_TRUE(vopa_host::wait_no_live_events(5000));
-        expectEvents(repliesAfter(start), row.replies);
+        expectEvents(deliveriesTo(vopa_host::DeliveryKind::Reply, kRequester, start), row.replies);
         EXPECT_EQ(vopa_host::counters().bad_frees, 0u);
     }
     rild_sim::RequestFrame stray;

@@ -9,7 +9,6 @@
 #include <type_traits>
 
 #include "core/capability_sim.h"
-#include "support/log_capture.h"
 #include "vopa.h"
 #include "vopa_host.h"
 
@@ -59,17 +58,6 @@ TEST_F(PropertiesTest, GetReturnsValueOrDefaultWithinTheValueLimit) {
     property_host_unset("a.b");
     // A default longer than a value may be is cut, never overflows the caller's buffer.
     EXPECT_EQ(property_get("a.b", value, std::string(200, 'z').c_str()), PROPERTY_VALUE_MAX - 1);
-}
-
-TEST_F(PropertiesTest, ControlRequestsAreLoggedNotStored) {
-    LogCapture logs;
-    ASSERT_EQ(property_set("ctl.stop", "vendor.vcd_bridge"), 0);
-    char value[PROPERTY_VALUE_MAX];
-    property_get("ctl.stop", value, "unset");
-    EXPECT_STREQ(value, "unset");
-    EXPECT_EQ(property_host_set_count("ctl.stop"), 1);
-    ASSERT_EQ(logs.lines().size(), 1u);
-    EXPECT_EQ(logs.lines()[0].text, "control request ctl.stop=vendor.vcd_bridge");
 }
 
 // The 1-based SIM number under the name that zok_prop_ver selects, read afresh on every call.

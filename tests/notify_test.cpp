@@ -78,8 +78,6 @@ TEST(NotifyTest, RowsSendExactlyTheDecodedEventsToTheDataManager) {
         {"activated count beyond the payload", 3030, "03 00 00 00 " + kBearerBare,
          {{4024, kBearer, {{16, "08 00 00 00"}}}, {4024, kBearer, {{0, kZeros}}},
           {4024, kBearer, {{0, kZeros}}}}, "num = 3", info},
-        {"modified count, nothing after it", 3031, "01 00 00 00",
-         {{4025, kBearer, {{0, kZeros}}}}, "num = 1", info},
         {"modified count above the ceiling", 3031, "ff ff ff 7f",
          std::vector<ExpectedEvent>(256, {4025, kBearer, {{0, kZeros}}}),
          "num = 2147483647, only the first 256 entries are sent", err},

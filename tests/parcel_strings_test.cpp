@@ -1,5 +1,7 @@
-// Texts and integers as Parcel String16, String16 read back into bounded buffers, and the UTF-8 <->
-// UTF-16 converters under them: replacement of broken input, surrogates, zero units.
+// The host Parcel under them, which must be byte-compatible with Android's (the daemon reads and
+// writes this layout); texts and integers as Parcel String16, String16 read back into bounded
+// buffers, and the UTF-8 <-> UTF-16 converters under them: replacement of broken input,
+// surrogates, zero units.
 #include "codec/parcel_strings.h"
 
 #include <binder/Parcel.h>
@@ -9,10 +11,39 @@
 #include <string.h>
 
 #include <string>
+#include <type_traits>
 
 #include "support/bytes.h"
 
+using android::Parcel;
+using android::status_t;
+
 namespace {
+
+// Android's signatures, held here because Debian ships no libbinder headers to compile against.
+#define ZOK_PARCEL_SIGNATURE(member, type) \
+    static_assert(std::is_same<decltype(&Parcel::member), type>::value, #member)
+ZOK_PARCEL_SIGNATURE(writeInt32, status_t (Parcel::*)(int32_t));
+ZOK_PARCEL_SIGNATURE(readInt32, int32_t (Parcel::*)() const);
+ZOK_PARCEL_SIGNATURE(writeString16, status_t (Parcel::*)(const char16_t *, size_t));
+ZOK_PARCEL_SIGNATURE(readString16Inplace, const char16_t *(Parcel::*)(size_t *) const);
+ZOK_PARCEL_SIGNATURE(setData, status_t (Parcel::*)(const uint8_t *, size_t));
+ZOK_PARCEL_SIGNATURE(data, const uint8_t *(Parcel::*)() const);
+ZOK_PARCEL_SIGNATURE(dataSize, size_t (Parcel::*)() const);
+
+TEST(ParcelStringsTest, SetDataCopiesAndRewindsAndWritesGrow) {
+    std::vector<uint8_t> data = bytes("2a 00 00 00");
+    Parcel p;
+    p.writeInt32(5);
+    p.setData(data.data(), data.size());
+    data[0] = 0;
+    EXPECT_EQ(p.dataSize(), 4u);
+    EXPECT_EQ(p.readInt32(), 42);
+    for (int i = 0; i < 10000; i++) p.writeInt32(i);
+    ASSERT_EQ(p.dataSize(), 40004u);
+    p.setDataPosition(4);
+    for (int i = 0; i < 10000; i++) ASSERT_EQ(p.readInt32(), i);
+}
 
 TEST(ParcelStringsTest, IntegersAndTextsTravelAsString16) {
     android::Parcel p;
@@ -48,6 +79,10 @@ TEST(ParcelStringsTest, ReadsIntoBoundedBufferAndSpellsOutNull) {
         {"05 00 00 00 61 00", 16, "28 6e 75 6c 6c 29", 4},        // short String16
         {"01 00 00 00 61 00 01 00", 16, "28 6e 75 6c 6c 29", 8},  // bad terminator
         {"ff ff ff ff", 4, "28 6e 75", 4},
+        {"01 02", 16, "28 6e 75 6c 6c 29", 0},        // no room for the count
+        {"7f ff ff ff", 16, "28 6e 75 6c 6c 29", 4},  // huge count
+        // Padding is skipped whatever its bytes (some daemons pad with 0xFF).
+        {"02 00 00 00 61 00 62 00 00 00 ff ff 07 00 00 00", 16, "61 62", 12},
     };
     for (const auto &c : cases) {
         android::Parcel p;
