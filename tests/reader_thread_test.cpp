@@ -177,11 +177,6 @@ void runUntilTeardown(const TeardownCase &c) {
 
 TEST_F(ReaderThreadTest, EveryLostConnectionEndsTheProcessAfterTheTeardownInOrder) {
     const TeardownCase cases[] = {
-        {"UnknownType", 1,
-         [](RildSim *sim, rilproxy_entity_priv_t *) {
-             sim->writeRaw(bytes("00 00 00 08 00 00 00 00 02 00 00 00"));
-         },
-         "an unknown type \\(2\\)"},
         {"PeerCloses", 1, [](RildSim *sim, rilproxy_entity_priv_t *) { sim->closeClient(); },
          "socket closed.*socket get length error"},
         {"DisabledWhileConnected", 1,

@@ -445,15 +445,11 @@ TEST(SoakTest, CrowdedLongLifeUnderFloodAnswersEveryRequestAndStaysFlat) {
 
     // After every connect event, a deactivate still goes out and is answered: neither thread is
     // blocked, and the URC pipe, long full, stopped nothing.
-    uint64_t before = lastDeliverySeq();
     counter.startGroup(requester, 1);
     ASSERT_TRUE(vopa_host::post(TASK_ID_RILPROXY, EVENT_DEACTIVATE_DATA_CALL_REQ,
                                 all[0].payload.data(), static_cast<int>(all[0].payload.size()),
                                 requester));
     EXPECT_TRUE(waitUntil([&] { return counter.counts()[0] == 1; }, kGroupTimeoutMs));
-    EXPECT_EQ(deliveriesTo(vopa_host::DeliveryKind::Reply, static_cast<int32_t>(requester), before)
-                  .size(),
-              1u);
     // Floods still on their way reach the reader after the last answer it owed.
     waitUntil([&] { return counter.notifications.load() >= daemon.figures.unsolicited.load(); },
               kGroupTimeoutMs);
