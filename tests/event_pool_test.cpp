@@ -69,18 +69,6 @@ TEST_F(EventPoolTest, SequenceWrapsAtThe0x100000thAllocation) {
     EXPECT_EQ(add(e), 0x100u);
 }
 
-TEST_F(EventPoolTest, RequestsGoOutAndPark) {
-    event_ptr_t a = event(4005), b = event(4003);
-    EXPECT_EQ(rilproxy_handle_ril_request(t->ctx, a, &g_row), 0);
-    EXPECT_EQ(rilproxy_handle_ril_request_tlv(t->ctx, b, &g_tlv_row), 0);
-    EXPECT_EQ(t->received(),
-              "00 00 00 14 04 00 00 00 00 00 00 00 29 00 00 00 00 02 00 00 0a 00 00 00 "
-              "00 00 00 14 04 00 00 00 00 00 00 00 6d 08 00 00 01 03 00 40 6d 08 00 00");
-    EXPECT_EQ(t->slot(0), a);
-    EXPECT_EQ(t->slot(1), b);
-    EXPECT_EQ(g_errs, "");
-}
-
 TEST_F(EventPoolTest, FailureAnswersWith2AndKeepsOnlyTheOldTableSlot) {
     enum Cause { kDisconnected, kFull, kCallback, kSend };
     const struct {

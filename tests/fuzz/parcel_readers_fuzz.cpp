@@ -39,34 +39,25 @@ bool untouched(const T &field) {
     return true;
 }
 
-// A count never exceeds its array; a negative one is the sender's value and indexes nothing.
-bool inRange(int32_t count, int32_t max) {
-    return count <= max;
-}
-
-// How many elements a count stands for.
-size_t elements(int32_t count) {
-    return count > 0 ? static_cast<size_t>(count) : 0;
-}
-
 // A bearer without a list only has its count cleared, so the mask is checked by the list reader's
 // own case.
 void checkPcscf(const dm_pcscf_t &p) {
     check(p.count <= ZOK_PCSCF_MAX, "P-CSCF count within the list");
 }
 
+// A count never exceeds its array; a negative one is the sender's value and indexes nothing.
 void checkTft(const ZOK_Tft &tft) {
-    check(inRange(tft.pfNumber, ZOK_TFT_PF_MAX), "pfNumber within pfList");
-    check(inRange(tft.linkedPfNumber, ZOK_TFT_LINKED_PF_MAX), "linkedPfNumber within its list");
-    check(inRange(tft.authtokenFlowIdNumber, ZOK_TFT_AUTH_FLOW_MAX), "auth entries within list");
+    check(tft.pfNumber <= ZOK_TFT_PF_MAX, "pfNumber within pfList");
+    check(tft.linkedPfNumber <= ZOK_TFT_LINKED_PF_MAX, "linkedPfNumber within its list");
+    check(tft.authtokenFlowIdNumber <= ZOK_TFT_AUTH_FLOW_MAX, "auth entries within list");
     for (int i = 0; i < tft.pfNumber; i++) {
         check(terminated(tft.pfList[i].address) && terminated(tft.pfList[i].mask),
               "filter texts end inside their fields");
     }
     for (int i = 0; i < tft.authtokenFlowIdNumber; i++) {
         const ZOK_AuthTokenFlowId &e = tft.authtokenFlowIdList[i];
-        check(inRange(e.authTokenNumber, ZOK_TFT_AUTH_TOKEN_MAX), "tokens within their list");
-        check(inRange(e.flowIdNumber, ZOK_TFT_FLOW_ID_MAX), "flow ids within their list");
+        check(e.authTokenNumber <= ZOK_TFT_AUTH_TOKEN_MAX, "tokens within their list");
+        check(e.flowIdNumber <= ZOK_TFT_FLOW_ID_MAX, "flow ids within their list");
     }
 }
 
@@ -84,46 +75,25 @@ bool ascii(const char *text) {
     return true;
 }
 
-// The writer mirrors the reader: whatever the reader stored comes back from the writer's bytes.
+// The writer mirrors the reader: whatever the reader stored comes back from the writer's bytes,
+// to the last byte of the record. Only a text outside ASCII may come back changed by its trip
+// through UTF-16 (a malformed sequence, a character cut at the field's end); such a text is taken
+// from the second read.
 void checkTftRoundTrip(const ZOK_Tft &first) {
-    ZOK_Tft copy = first;
+    ZOK_Tft copy;
+    memcpy(&copy, &first, sizeof(copy));  // padding included
     android::Parcel parcel;
     writeTftStructToParcel(parcel, &copy);
     parcel.setDataPosition(0);
     ZOK_Tft *again = patterned<ZOK_Tft>();
     readTftStructFromParcel(parcel, again);
     check(parcel.dataPosition() == parcel.dataSize(), "the reader consumes what the writer wrote");
-    check(again->operation == first.operation && again->pfNumber == first.pfNumber &&
-              again->linkedPfNumber == first.linkedPfNumber &&
-              again->authtokenFlowIdNumber == first.authtokenFlowIdNumber,
-          "TFT counts survive a round trip");
     for (int i = 0; i < first.pfNumber; i++) {
-        const ZOK_PktFilter &a = first.pfList[i];
-        const ZOK_PktFilter &b = again->pfList[i];
-        check(a.id == b.id && a.precedence == b.precedence && a.direction == b.direction &&
-                  a.networkPfIdentifier == b.networkPfIdentifier && a.bitmap == b.bitmap &&
-                  a.protocolNextHeader == b.protocolNextHeader &&
-                  a.localPortLow == b.localPortLow && a.localPortHigh == b.localPortHigh &&
-                  a.remotePortLow == b.remotePortLow && a.remotePortHigh == b.remotePortHigh &&
-                  a.spi == b.spi && a.tos == b.tos && a.tosMask == b.tosMask &&
-                  a.flowLabel == b.flowLabel,
-              "filter fields survive a round trip");
-        if (ascii(a.address)) check(strcmp(a.address, b.address) == 0, "ASCII address survives");
-        if (ascii(a.mask)) check(strcmp(a.mask, b.mask) == 0, "ASCII mask survives");
+        ZOK_PktFilter &pf = copy.pfList[i];
+        if (!ascii(pf.address)) memcpy(pf.address, again->pfList[i].address, sizeof(pf.address));
+        if (!ascii(pf.mask)) memcpy(pf.mask, again->pfList[i].mask, sizeof(pf.mask));
     }
-    check(memcmp(first.linkedPfList, again->linkedPfList,
-                 sizeof(int32_t) * elements(first.linkedPfNumber)) == 0,
-          "linked filters survive a round trip");
-    for (int i = 0; i < first.authtokenFlowIdNumber; i++) {
-        const ZOK_AuthTokenFlowId &a = first.authtokenFlowIdList[i];
-        const ZOK_AuthTokenFlowId &b = again->authtokenFlowIdList[i];
-        check(a.authTokenNumber == b.authTokenNumber && a.flowIdNumber == b.flowIdNumber &&
-                  memcmp(a.authTokenList, b.authTokenList,
-                         sizeof(int32_t) * elements(a.authTokenNumber)) == 0 &&
-                  memcmp(a.flowIdList, b.flowIdList,
-                         sizeof(a.flowIdList[0]) * elements(a.flowIdNumber)) == 0,
-              "auth token entries survive a round trip");
-    }
+    check(memcmp(&copy, again, sizeof(copy)) == 0, "a TFT survives a round trip");
     free(again);
 }
 
@@ -140,7 +110,7 @@ void readDataCall(android::Parcel &parcel, int version) {
         check(untouched(d->mtuSize) && untouched(d->concatenateNum) && untouched(d->eran_type),
               "version 6 stops after the gateways");
     } else if (version > 1000) {
-        check(inRange(d->concatenateNum, ZOK_CONCATENATE_MAX), "concatenated bearers bounded");
+        check(d->concatenateNum <= ZOK_CONCATENATE_MAX, "concatenated bearers bounded");
         for (int i = 0; i < d->concatenateNum; i++) checkBearer(d->concatenate[i]);
         check(d->defaultBearerValid == 1, "the default bearer is always present");
         check(untouched(d->defaultBearer.reserved), "default bearer trailing word untouched");
@@ -159,15 +129,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size < 1) return 0;
     android::Parcel parcel;
     parcel.setData(data + 1, size - 1);
+    static const int kVersions[] = {6, 11, 1001};  // short, long, extended with bearers
     switch (data[0] % 6) {
         case 0:
-            readDataCall(parcel, 6);
-            break;
         case 1:
-            readDataCall(parcel, 11);
-            break;
         case 2:
-            readDataCall(parcel, 1001);
+            readDataCall(parcel, kVersions[data[0] % 6]);
             break;
         case 3: {
             auto *b = patterned<ZOK_Dedicate_Data_Call_Struct>();
