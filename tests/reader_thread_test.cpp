@@ -37,7 +37,10 @@ using rild_sim::RildSim;
 
 // The reader keeps the context for the rest of the process, as the entity's own thread does.
 TestContext *startReader(const char *configuredName = "") {
+    // Never destroyed, so leak checkers, which run after the static destructors, still reach it.
+    static std::vector<TestContext *> *kept = new std::vector<TestContext *>;
     TestContext *t = new TestContext;  // its socketpair stays unused
+    kept->push_back(t);
     rilproxy_entity_priv_t *ctx = t->ctx;
     ctx->cmd_thread.fd.store(-1);
     ctx->cmd_thread.enabled.store(1);
@@ -54,9 +57,9 @@ TestContext *startReader(const char *configuredName = "") {
 // A daemon that stays open until the process exits; the static keeps it reachable for leak
 // checkers.
 RildSim *keptDaemon(const std::string &name) {
-    static std::vector<RildSim *> kept;
-    kept.push_back(new RildSim(name));
-    return kept.back();
+    static std::vector<RildSim *> *kept = new std::vector<RildSim *>;
+    kept->push_back(new RildSim(name));
+    return kept->back();
 }
 
 void setEnabled(rilproxy_entity_priv_t *ctx, int enabled) {
