@@ -70,7 +70,9 @@ run_coverage() {
   echo "== coverage tests"
   (cd out/coverage && ctest -j "$jobs" --output-on-failure)
   echo "== coverage of core/ transport/ handlers/ codec/"
-  gcovr -r . out/coverage -j "$jobs" --filter core/ --filter transport/ --filter handlers/ \
+  # One gcovr thread, and a time limit: Debian's gcovr 5.2 can hang in its worker threads after an
+  # error instead of failing.
+  timeout 600 gcovr -r . out/coverage --filter core/ --filter transport/ --filter handlers/ \
         --filter codec/ --print-summary --fail-under-line "$coverage_line_floor" \
         --fail-under-branch "$coverage_branch_floor"
 }
