@@ -252,13 +252,11 @@ void *rilproxy_task_hdl(task_ptr_t task, event_ptr_t event, void *user) {
             handleConnection(ctx, task, event, id == EVENT_RILPROXY_CONNECT);
             break;
         case EVENT_RESP_DATA_CALL_INFO:
-            forwardTlvResult(ctx, event, kTlvResults[0]);
-            break;
         case EVENT_RESP_PCSCF_PCO:
-            forwardTlvResult(ctx, event, kTlvResults[1]);
-            break;
         case EVENT_RESP_LAST_FAIL_CAUSE:
-            forwardTlvResult(ctx, event, kTlvResults[2]);
+            for (const TlvResult &result : kTlvResults) {
+                if (result.id == id) forwardTlvResult(ctx, event, result);
+            }
             break;
         case EVENT_RILPROXY_ATCMD_REQ:
             parked = relayAtCommand(ctx, event);

@@ -225,8 +225,8 @@ int rilproxy_send_ril_request(int fd, rilproxy_ril_requset_param_t *param) {
     bool wake = gOutbox.pending.load();
     pthread_mutex_unlock(&gOutbox.gate);
     if (wake) {
-        int wake = gOutbox.wakeFd.load();
-        if (wake >= 0 && write(wake, " ", 1) < 0) {
+        int wakeFd = gOutbox.wakeFd.load();
+        if (wakeFd >= 0 && write(wakeFd, " ", 1) < 0) {
             // A full pipe already holds a wake-up.
         }
     }

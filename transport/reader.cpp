@@ -296,8 +296,7 @@ static void chooseSocketName(rilproxy_thread_priv_t *record, char *name, size_t 
     RLOGI("RIL Command thread try to connect the rild (%s) by default", name);
 }
 
-static int rilproxy_check_thread_pipe(rilproxy_thread_priv_t *thread, int fd, int timeout,
-                                      bool wantWrite);
+static int waitPipeAndSocket(rilproxy_thread_priv_t *thread, int fd, int timeout, bool wantWrite);
 
 // Returns when the connection must be torn down.
 static void serveConnection(rilproxy_thread_priv_t *record, int fd) {
@@ -316,7 +315,7 @@ static void serveConnection(rilproxy_thread_priv_t *record, int fd) {
                 record->fd.store(-1, std::memory_order_relaxed);
                 return;
             case RILPROXY_OUTBOX_WAITS_FOR_SOCKET:
-                if (rilproxy_check_thread_pipe(record, fd, kConnectedTimeout, true) != 1) continue;
+                if (waitPipeAndSocket(record, fd, kConnectedTimeout, true) != 1) continue;
                 break;
             case RILPROXY_OUTBOX_WAITS_FOR_TOKEN:
                 // The task thread's pipe byte wakes this wait when it frees the socket; the
@@ -372,10 +371,8 @@ static void tearDown(rilproxy_thread_priv_t *record, int fd) {
 }
 
 // The wait itself; with `wantWrite` also for POLLOUT on `fd`, and then 2 means the socket takes
-// bytes again (readable still wins, as 1). An overload rather than a helper of another name, so
-// that its log line carries the wait's own name.
-static int rilproxy_check_thread_pipe(rilproxy_thread_priv_t *thread, int fd, int timeout,
-                                      bool wantWrite) {
+// bytes again (readable still wins, as 1). Its lines are the pipe wait's.
+static int waitPipeAndSocket(rilproxy_thread_priv_t *thread, int fd, int timeout, bool wantWrite) {
     ZOK_LOG_AS(kSigCheckThreadPipe);
     // poll rather than select: a framework process may hold far more than FD_SETSIZE (1024)
     // descriptors, and the reader must still hear its pipe and socket when theirs are higher.
@@ -417,7 +414,7 @@ static int rilproxy_check_thread_pipe(rilproxy_thread_priv_t *thread, int fd, in
 }
 
 int rilproxy_check_thread_pipe(rilproxy_thread_priv_t *thread, int fd, int timeout) {
-    return rilproxy_check_thread_pipe(thread, fd, timeout, false);
+    return waitPipeAndSocket(thread, fd, timeout, false);
 }
 
 rilproxy_frame_result rilproxy_read_one_frame_with(rilproxy_entity_priv_t *ctx, int fd,
