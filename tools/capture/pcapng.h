@@ -56,7 +56,6 @@ public:
 
     // Creates (truncates) `path` and writes the file's head.
     bool open(const std::string &path, std::string *error);
-    bool isOpen() const { return mFd >= 0; }
     bool write(Direction direction, const std::vector<uint8_t> &frame);
     bool write(Direction direction, const uint8_t *frame, size_t len);
     // Records that the connection was closed by the side that sends in `direction`.

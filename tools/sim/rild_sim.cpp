@@ -157,17 +157,6 @@ bool RildSim::readRequest(RequestFrame *out, int timeoutMs) {
     return true;
 }
 
-bool RildSim::waitPeerClosed(int timeoutMs) {
-    int64_t deadline = nowMs() + timeoutMs;
-    uint8_t buf[256];
-    while (mClient >= 0 && waitReadable(mClient, deadline)) {
-        ssize_t n = recv(mClient, buf, sizeof(buf), 0);
-        if (n == 0) return true;
-        if (n < 0 && errno != EINTR) return errno == ECONNRESET;
-    }
-    return false;
-}
-
 bool RildSim::writeResponse(uint32_t serial, int32_t result, const std::vector<uint8_t> &payload,
                             const std::vector<uint32_t> &featureHeader) {
     return writeRaw(responseFrame(serial, result, payload, featureHeader));

@@ -60,8 +60,6 @@ public:
     int clientFd() const { return mClient; }
     // False on time-out, a closed peer or a frame whose length cannot hold its header.
     bool readRequest(RequestFrame *out, int timeoutMs);
-    // Waits until the client closes its end (reads and discards anything before that).
-    bool waitPeerClosed(int timeoutMs);
 
     bool writeResponse(uint32_t serial, int32_t result, const std::vector<uint8_t> &payload,
                        const std::vector<uint32_t> &featureHeader = {});
