@@ -49,6 +49,7 @@ struct Options {
     std::string socketDir;
     bool sim = false;
     bool tlv = false;
+    uint32_t chaosSeed = 0;
     std::vector<std::pair<std::string, std::string>> props;
     int propVer = 1;
     bool json = false;
@@ -70,6 +71,8 @@ const char kUsage[] =
     "/dev/socket/\n"
     "  --sim               start the built-in simulated RIL daemon on the entity's socket\n"
     "  --tlv               the simulated daemon accepts TLV requests (2157..2159)\n"
+    "  --chaos SEED        the simulated daemon shakes the entity: answers out of order, split,\n"
+    "                      failing, and unsolicited floods; the same seed, the same choices\n"
     "  --prop KEY=VALUE    set a system property before the entity starts (repeatable)\n"
     "  --prop-ver N        the framework's zok_prop_ver (default 1)\n"
     "  --format text|json  output format (default text)\n"
@@ -90,6 +93,7 @@ const char kUsage[] =
     "                                     bearer-modified, bearer-deactivated, data-call-response\n"
     "  sim fail RIL_REQUEST RESULT        answer that request with RESULT (0: normal again)\n"
     "  sim close                          drop the connection; the entity's teardown ends the run\n"
+    "  sim hold | sim release             queue the daemon's answers / answer the queue and go on\n"
     "  quit                               exit 0 (also at the end of the script)\n"
     "\n"
     "exit status: 0 done (or the entity's teardown), 1 run-time failure (a wait timed out),\n"
@@ -163,6 +167,11 @@ void parseOptions(int argc, char **argv) {
             gOptions.sim = true;
         } else if (arg == "--tlv") {
             gOptions.tlv = true;
+        } else if (arg == "--chaos") {
+            std::string seed = value();
+            if (!rild_sim::parseChaosSeed(seed, &gOptions.chaosSeed)) {
+                usageError("--chaos wants a seed from 1 to 4294967295: " + seed);
+            }
         } else if (arg == "--prop") {
             std::string kv = value();
             size_t eq = kv.find('=');
@@ -193,6 +202,7 @@ void parseOptions(int argc, char **argv) {
         }
     }
     if (gOptions.tlv && !gOptions.sim) usageError("--tlv needs --sim");
+    if (gOptions.chaosSeed != 0 && !gOptions.sim) usageError("--chaos needs --sim");
     if (gOptions.lib.empty()) gOptions.lib = defaultLib();
 }
 
@@ -289,6 +299,10 @@ void runCommand(const runner::Command &c, rild_sim::SimProfile *daemon) {
             break;
         case runner::Command::SimFail:
             daemon->failRequest(c.id, c.result);
+            break;
+        case runner::Command::SimHold:
+        case runner::Command::SimRelease:
+            daemon->holdAnswers(c.kind == runner::Command::SimHold);
             break;
         case runner::Command::SimClose:
             daemon->closeClient();
@@ -411,6 +425,7 @@ int main(int argc, char **argv) {
         rild_sim::ProfileOptions options;
         options.name = entitySocketName();
         options.tlv = gOptions.tlv;
+        options.chaosSeed = gOptions.chaosSeed;
         options.capture = gCapture;
         options.format =
             gOptions.json ? rild_sim::OutputFormat::Json : rild_sim::OutputFormat::Text;

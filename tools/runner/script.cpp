@@ -368,6 +368,8 @@ const CommandRow kCommands[] = {
     {"sleep", nullptr, Command::Sleep, 2, 2, nullptr, buildSleep},
     {"quit", nullptr, Command::Quit, 1, 1, nullptr, nullptr},
     {"sim", "close", Command::SimClose, 2, 2, nullptr, nullptr},
+    {"sim", "hold", Command::SimHold, 2, 2, nullptr, nullptr},
+    {"sim", "release", Command::SimRelease, 2, 2, nullptr, nullptr},
     {"sim", "fail", Command::SimFail, 4, 4, nullptr, buildSimFail},
     {"sim", "unsol", Command::SimUnsol, 3, 4, nullptr, buildSimUnsol},
 };

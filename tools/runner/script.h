@@ -26,6 +26,8 @@ struct Command {
         SimUnsol,
         SimFail,
         SimClose,
+        SimHold,
+        SimRelease,
         Quit
     };
     Kind kind;

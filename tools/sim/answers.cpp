@@ -91,9 +91,22 @@ int32_t wordAt(const std::vector<uint8_t> &payload, size_t index, int32_t fallba
 
 }  // namespace
 
+bool isTlvRequest(int32_t requestId) {
+    return requestId == ZOKRIL_REQUEST_SETUP_DATA_CALL_TLV ||
+           requestId == ZOKRIL_REQUEST_LAST_DATA_CALL_FAIL_CAUSE_TLV ||
+           requestId == ZOKRIL_REQUEST_PCSCF_DISCOVERY_PCO_TLV;
+}
+
 Answer answerRequest(const RequestFrame &request, bool tlv) {
     Answer a;
     const std::vector<uint8_t> &p = request.payload;
+    if (isTlvRequest(request.request_id)) {
+        // Accepted, the result would reach the entity later through the framework (events
+        // 2006..2008); refused, the entity falls back to the plain request.
+        a.result = tlv ? ZOKRIL_E_SUCCESS : ZOKRIL_E_REQUEST_NOT_SUPPORTED;
+        a.summary = tlv ? "accepted, result follows through the framework" : "not supported";
+        return a;
+    }
     switch (request.request_id) {
         case RIL_REQUEST_SETUP_DATA_CALL: {
             // The cid is the eighth of the request's strings.
@@ -137,14 +150,6 @@ Answer answerRequest(const RequestFrame &request, bool tlv) {
         case ZOKRIL_REQUEST_NOTIFY_PS_REG_STATE:
         case ZOKRIL_REQUEST_PDN_INFO_IND:
             a.summary = "status only";
-            break;
-        case ZOKRIL_REQUEST_SETUP_DATA_CALL_TLV:
-        case ZOKRIL_REQUEST_LAST_DATA_CALL_FAIL_CAUSE_TLV:
-        case ZOKRIL_REQUEST_PCSCF_DISCOVERY_PCO_TLV:
-            // Accepted, the result would reach the entity later through the framework
-            // (events 2006..2008); refused, the entity falls back to the plain request.
-            a.result = tlv ? ZOKRIL_E_SUCCESS : ZOKRIL_E_REQUEST_NOT_SUPPORTED;
-            a.summary = tlv ? "accepted, result follows through the framework" : "not supported";
             break;
         case ZOKRIL_REQUEST_SEND_AT_CMD:
         case ZOKRIL_REQUEST_SEND_AT_CMD_307:

@@ -1,7 +1,7 @@
 // rild-sim: the simulated RIL daemon's built-in profile as a program of its own, serving one
 // entity in another process (for example rilproxy-host without --sim) until it disconnects.
 //
-//     rild-sim --socket-dir /tmp/socks [--name rild-zok] [--tlv] [--format text|json]
+//     rild-sim --socket-dir /tmp/socks [--name rild-zok] [--tlv] [--chaos SEED] [--format json]
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -17,14 +17,17 @@
 namespace {
 
 void usage(FILE *to) {
-    fprintf(to,
-            "usage: rild-sim --socket-dir DIR [--name NAME] [--tlv] [--format text|json]\n"
-            "                [--accept-timeout MS] [--capture FILE] [--replay FILE]\n"
-            "Listens on DIR/NAME (default rild-zok), answers one entity's requests with the\n"
-            "built-in profile, prints every frame on stdout, and exits 0 when the entity\n"
-            "disconnects (1 when no entity came within --accept-timeout, default: wait for ever).\n"
-            "--capture FILE records every frame of the session (pcapng); --replay FILE answers\n"
-            "with the daemon's side of a capture instead of the built-in profile.\n");
+    fprintf(
+        to,
+        "usage: rild-sim --socket-dir DIR [--name NAME] [--tlv] [--format text|json]\n"
+        "                [--chaos SEED] [--accept-timeout MS] [--capture FILE] [--replay FILE]\n"
+        "Listens on DIR/NAME (default rild-zok), answers one entity's requests with the\n"
+        "built-in profile, prints every frame on stdout, and exits 0 when the entity\n"
+        "disconnects (1 when no entity came within --accept-timeout, default: wait for ever).\n"
+        "--capture FILE records every frame of the session (pcapng); --replay FILE answers\n"
+        "with the daemon's side of a capture instead of the built-in profile.\n"
+        "--chaos SEED (not 0) shakes the entity: answers out of order, split across reads,\n"
+        "failing, and floods of unsolicited frames; the same seed makes the same choices.\n");
 }
 
 }  // namespace
@@ -56,6 +59,11 @@ int main(int argc, char **argv) {
                 fprintf(stderr, "rild-sim: unknown format '%s'\n", f.c_str());
                 return 2;
             }
+        } else if (arg == "--chaos" && hasValue) {
+            if (!rild_sim::parseChaosSeed(argv[++i], &options.chaosSeed)) {
+                fprintf(stderr, "rild-sim: --chaos wants a seed from 1 to 4294967295\n");
+                return 2;
+            }
         } else if (arg == "--capture" && hasValue) {
             capturePath = argv[++i];
         } else if (arg == "--replay" && hasValue) {
@@ -75,6 +83,10 @@ int main(int argc, char **argv) {
     }
     if (options.name.empty() || options.name.find('/') != std::string::npos) {
         fprintf(stderr, "rild-sim: bad socket name '%s'\n", options.name.c_str());
+        return 2;
+    }
+    if (!replayPath.empty() && options.chaosSeed != 0) {
+        fprintf(stderr, "rild-sim: --chaos and --replay do not go together\n");
         return 2;
     }
     setenv("ANDROID_SOCKET_DIR", socketDir.c_str(), 1);

@@ -5,9 +5,11 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <stdexcept>
 
@@ -20,9 +22,29 @@ namespace {
 
 constexpr int kFrameReadTimeoutMs = 5000;  // a frame whose rest never comes is a broken peer
 
+// Chaos mode's proportions (ProfileOptions::chaosSeed).
+constexpr size_t kChaosBatch = 8;
+constexpr unsigned kChunkedOneIn = 8;
+constexpr unsigned kPauseOneIn = 4;
+constexpr useconds_t kPauseUs = 300;
+constexpr unsigned kTlvAcceptedOneIn = 4;
+constexpr unsigned kFailedOneIn = 5;
+constexpr int kFloodEvery = 40;
+constexpr int kFloodFrames = 5;
+
 }  // namespace
 
-SimProfile::SimProfile(const ProfileOptions &options) : mOptions(options), mSim(options.name) {
+bool parseChaosSeed(const std::string &text, uint32_t *seed) {
+    if (text.empty() || text[0] == '-') return false;
+    char *end = nullptr;
+    unsigned long long v = strtoull(text.c_str(), &end, 0);
+    if (*end != '\0' || v == 0 || v > UINT32_MAX) return false;
+    *seed = static_cast<uint32_t>(v);
+    return true;
+}
+
+SimProfile::SimProfile(const ProfileOptions &options)
+    : mOptions(options), mSim(options.name), mRandom(options.chaosSeed) {
     if (pipe2(mWake, O_CLOEXEC | O_NONBLOCK) != 0) {
         throw std::runtime_error(std::string("rild_sim: pipe: ") + strerror(errno));
     }
@@ -33,9 +55,7 @@ SimProfile::~SimProfile() {
         std::lock_guard<std::mutex> hold(mLock);
         mStop = true;
     }
-    if (write(mWake[1], "x", 1) < 0) {
-        // The thread also rechecks mStop at every poll time-out.
-    }
+    wake();
     if (mThread.joinable()) mThread.join();
     close(mWake[0]);
     close(mWake[1]);
@@ -52,9 +72,7 @@ void SimProfile::sendUnsolicited(int32_t id, const std::vector<uint8_t> &payload
         std::lock_guard<std::mutex> hold(mLock);
         mCommands.push_back(Command{Command::Unsolicited, id, payload});
     }
-    if (write(mWake[1], "u", 1) < 0) {
-        // A full pipe already holds a wake-up; the queue is drained whole each time.
-    }
+    wake();
 }
 
 void SimProfile::closeClient() {
@@ -62,8 +80,26 @@ void SimProfile::closeClient() {
         std::lock_guard<std::mutex> hold(mLock);
         mCommands.push_back(Command{Command::Close, 0, {}});
     }
-    if (write(mWake[1], "c", 1) < 0) {
-        // As above.
+    wake();
+}
+
+void SimProfile::holdAnswers(bool hold) {
+    {
+        std::lock_guard<std::mutex> lock(mLock);
+        mHeld = hold;
+    }
+    wake();
+}
+
+bool SimProfile::held() {
+    std::lock_guard<std::mutex> lock(mLock);
+    return mHeld;
+}
+
+void SimProfile::wake() {
+    if (write(mWake[1], "w", 1) < 0) {
+        // A full pipe already holds a wake-up, and the thread rechecks everything at each poll
+        // time-out anyway.
     }
 }
 
@@ -137,8 +173,11 @@ void SimProfile::run() {
 
 void SimProfile::serve() {
     for (;;) {
+        // With answers owed, only a look at the socket and the commands: reading goes on between
+        // two batches, so the entity's sender never waits for the daemon to finish answering.
+        const bool owed = !mPending.empty() && !held();
         pollfd fds[2] = {{mSim.clientFd(), POLLIN, 0}, {mWake[0], POLLIN, 0}};
-        int n = poll(fds, 2, 1000);
+        int n = poll(fds, 2, owed ? 0 : 1000);
         {
             std::lock_guard<std::mutex> hold(mLock);
             if (mStop) return;
@@ -148,25 +187,30 @@ void SimProfile::serve() {
             endSession();
             return;
         }
-        if (n <= 0) continue;
-        if (fds[1].revents != 0) {
+        if (n > 0 && fds[1].revents != 0) {
             char drain[64];
             while (read(mWake[0], drain, sizeof(drain)) > 0) {
             }
             runCommands();
             if (!mSim.connected()) return;
         }
-        if (fds[0].revents != 0) {
+        if (n > 0 && fds[0].revents != 0) {
             RequestFrame request;
             if (!mSim.readRequest(&request, kFrameReadTimeoutMs)) {
-                note("connection closed by the entity");
-                if (mOptions.capture) mOptions.capture->writeClose(capture::Direction::ToDaemon);
+                const bool closed = mSim.peerClosed();
+                note(closed ? "connection closed by the entity"
+                            : "unreadable request frame, closing the connection");
+                if (mOptions.capture) {
+                    mOptions.capture->writeClose(closed ? capture::Direction::ToDaemon
+                                                        : capture::Direction::ToEntity);
+                }
                 endSession();
                 return;
             }
-            handleRequest(request);
-            if (!mSim.connected()) return;
+            receive(request);
         }
+        if (!held()) answerBatch();
+        if (!mSim.connected()) return;
     }
 }
 
@@ -189,8 +233,8 @@ void SimProfile::runCommands() {
     }
 }
 
-void SimProfile::handleRequest(const RequestFrame &request) {
-    // A daemon answers on the SIM slot the request came for.
+void SimProfile::receive(const RequestFrame &request) {
+    // Unsolicited frames go out on the SIM slot of the last request.
     mSimId = request.sim_id;
     if (mOptions.capture) {
         mOptions.capture->write(capture::Direction::ToDaemon, requestFrameBytes(request));
@@ -208,27 +252,61 @@ void SimProfile::handleRequest(const RequestFrame &request) {
              " sim " + std::to_string(request.sim_id) + ", " +
              std::to_string(request.payload.size()) + " bytes: " + describeRequest(request));
     }
+    mPending.push_back(request);
+}
 
-    Answer answer;
-    bool failed = false;
+void SimProfile::answerBatch() {
+    if (mPending.empty()) return;
+    const bool chaos = mOptions.chaosSeed != 0;
+    // Without chaos one answer at a time, in order, the socket read again before the next.
+    const size_t size = chaos ? std::min(mPending.size(), kChaosBatch) : 1;
+    std::vector<RequestFrame> batch(mPending.begin(), mPending.begin() + size);
+    mPending.erase(mPending.begin(), mPending.begin() + size);
+    if (chaos) {
+        std::shuffle(batch.begin(), batch.end(), mRandom);
+        mSim.setChunked(mRandom() % kChunkedOneIn == 0, 0);
+    }
+    for (const RequestFrame &request : batch) {
+        if (chaos && mRandom() % kPauseOneIn == 0) usleep(kPauseUs);
+        answer(request);
+        if (chaos && ++mSinceFlood == kFloodEvery) {
+            mSinceFlood = 0;
+            for (int i = 0; i < kFloodFrames && mSim.connected(); i++) {
+                sendUnsolicitedNow(RIL_UNSOL_DATA_CALL_LIST_CHANGED, builtinDataCallList());
+            }
+        }
+        if (!mSim.connected()) return;
+    }
+    mSim.setChunked(false, 0);
+}
+
+Answer SimProfile::answerFor(const RequestFrame &request) {
     {
         std::lock_guard<std::mutex> hold(mLock);
         auto it = mFailures.find(request.request_id);
-        if (it != mFailures.end()) {
-            answer.result = it->second;
-            answer.summary = "configured failure";
-            failed = true;
-        }
+        if (it != mFailures.end()) return Answer{it->second, {}, "configured failure"};
     }
-    if (!failed) answer = answerRequest(request, mOptions.tlv);
+    const bool chaos = mOptions.chaosSeed != 0;
+    if (chaos && isTlvRequest(request.request_id)) {
+        return answerRequest(request, mRandom() % kTlvAcceptedOneIn == 0);
+    }
+    if (chaos && mRandom() % kFailedOneIn == 0) {
+        return Answer{kChaosError, {}, "chaos: RIL error " + std::to_string(kChaosError)};
+    }
+    return answerRequest(request, mOptions.tlv);
+}
 
-    const std::vector<uint32_t> header = {RIL_FEATURE_MASK_SIM_ID, static_cast<uint32_t>(mSimId)};
+void SimProfile::answer(const RequestFrame &request) {
+    const Answer answer = answerFor(request);
+    // A daemon answers on the SIM slot the request came for.
+    const std::vector<uint32_t> header = {RIL_FEATURE_MASK_SIM_ID,
+                                          static_cast<uint32_t>(request.sim_id)};
     std::vector<uint8_t> frame =
         responseFrame(request.serial, answer.result, answer.payload, header);
     if (mOptions.format == OutputFormat::Json) {
         emit("{\"kind\":\"tx\",\"type\":\"response\",\"serial\":" + std::to_string(request.serial) +
              ",\"result\":" + std::to_string(answer.result) + ",\"sim_id\":" +
-             std::to_string(mSimId) + ",\"length\":" + std::to_string(frame.size() - 4) +
+             std::to_string(request.sim_id) + ",\"length\":" + std::to_string(frame.size() - 4) +
              ",\"data\":\"" + tool_output::hexLower(answer.payload) + "\"}");
     } else {
         emit(std::string("rild -> response serial ") + tool_output::hex32(request.serial) +
@@ -236,6 +314,7 @@ void SimProfile::handleRequest(const RequestFrame &request) {
              std::to_string(answer.payload.size()) + " bytes: " + answer.summary);
     }
     sendFrame(frame);
+    if (mOptions.answered && mSim.connected()) mOptions.answered(request, answer);
 }
 
 void SimProfile::sendUnsolicitedNow(int32_t id, const std::vector<uint8_t> &payload) {
@@ -250,6 +329,8 @@ void SimProfile::sendUnsolicitedNow(int32_t id, const std::vector<uint8_t> &payl
         emit(std::string("rild -> unsol ") + unsolicitedName(id) + "(" + std::to_string(id) +
              ") sim " + std::to_string(mSimId) + ", " + std::to_string(payload.size()) + " bytes");
     }
+    // Counted before it goes out, so a caller never sees the entity's notice of a frame first.
+    mUnsolicitedSent++;
     sendFrame(frame);
 }
 

@@ -11,6 +11,17 @@
 //     daemon.sendUnsolicited(RIL_UNSOL_DATA_CALL_LIST_CHANGED, rild_sim::builtinDataCallList());
 //     daemon.closeClient();                    // the entity's teardown ends its process
 //
+//     options.chaosSeed = 7;                   // hostile but legal, the same run for seed 7
+//     options.answered = [](const rild_sim::RequestFrame &, const rild_sim::Answer &) { ... };
+//     daemon.holdAnswers(true);                // read and queue, answer nothing ...
+//     daemon.holdAnswers(false);               // ... until now
+//
+// Chaos mode (ProfileOptions::chaosSeed) shakes the entity with a hostile but legal daemon:
+// answers out of order, split across reads, failing, and floods of unsolicited frames, all drawn
+// from one seeded generator so that a seed reproduces a run's choices. holdAnswers keeps requests
+// queued (still read, so the entity's sender never blocks) until released: with it a script shows
+// the entity's full event pool.
+//
 // One connection per object: once the entity has gone (or closeClient ran) the thread ends.
 // Pitfall: an entity in the same process ends that process when the connection drops, so keep
 // the object alive (never destroy it) while the entity runs.
@@ -19,12 +30,14 @@
 
 #include <stdint.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -36,6 +49,13 @@ namespace rild_sim {
 
 enum class OutputFormat { Text, Json };
 
+// What the profile answers to one request.
+struct Answer {
+    int32_t result = 0;
+    std::vector<uint8_t> payload;
+    std::string summary;  // for the text output, e.g. "data call v11 cid 1"
+};
+
 struct ProfileOptions {
     std::string name = "rild-zok";  // socket name in the reserved namespace
     bool tlv = false;               // answer the TLV requests (2157..2159) instead of refusing
@@ -44,18 +64,26 @@ struct ProfileOptions {
     std::function<void(const std::string &)> out;
     // Records every frame of the session and the close, when set; not owned.
     capture::Writer *capture = nullptr;
+    // Non-zero: chaos mode, its choices drawn from std::mt19937(chaosSeed). Queued requests are
+    // answered in shuffled batches of up to 8; one batch in 8 goes out a byte per send; one answer
+    // in 4 waits 300 us first; one TLV request in 4 is accepted (the others refused, whatever
+    // `tlv` says); one other request in 5 fails with RIL error 14 (kChaosError); every 40 answers
+    // bring 5 unsolicited data-call lists. Failures set with failRequest still come first.
+    uint32_t chaosSeed = 0;
+    // Called on the daemon's thread with each request once its answer has been written.
+    std::function<void(const RequestFrame &, const Answer &)> answered;
 };
 
-// What the profile answers to one request.
-struct Answer {
-    int32_t result = 0;
-    std::vector<uint8_t> payload;
-    std::string summary;  // for the text output, e.g. "data call v11 cid 1"
-};
+constexpr int32_t kChaosError = 14;  // the RIL error of chaos mode's failed requests
+
+// A chaos seed as a command line writes it: 1 to 4294967295, decimal or 0x hex.
+bool parseChaosSeed(const std::string &text, uint32_t *seed);
 
 // The answer to `request` when no failure is configured for its request id. `tlv` as in
 // ProfileOptions.
 Answer answerRequest(const RequestFrame &request, bool tlv);
+// The TLV requests (2157..2159), whose result an accepting daemon leaves to the framework.
+bool isTlvRequest(int32_t requestId);
 // A one-line description of a request's payload ("[\"5\",\"2\"]", "channel 0 \"AT\\r\"").
 std::string describeRequest(const RequestFrame &request);
 // The RIL name of a request or unsolicited id, or "UNKNOWN".
@@ -89,6 +117,11 @@ public:
     // From now on `requestId` is answered with `result` and an empty payload; 0 restores the
     // built-in answer.
     void failRequest(int32_t requestId, int32_t result);
+    // True: requests are read and queued but not answered; false answers the queue (in order,
+    // or chaos order) and whatever comes next.
+    void holdAnswers(bool hold);
+    // Unsolicited frames sent so far (counted as each is about to go out).
+    int unsolicitedSent() const { return mUnsolicitedSent.load(); }
 
     bool waitConnected(int timeoutMs);
     // True once the connection has ended (peer gone, broken frame or closeClient).
@@ -104,8 +137,13 @@ private:
     };
     void run();
     void serve();
-    void handleRequest(const RequestFrame &request);
+    void receive(const RequestFrame &request);
+    void answerBatch();
+    Answer answerFor(const RequestFrame &request);
+    void answer(const RequestFrame &request);
+    bool held();
     void runCommands();
+    void wake();
     void emit(const std::string &line);
     void note(const std::string &event);  // connection events: accepted, closed, ...
     void sendUnsolicitedNow(int32_t id, const std::vector<uint8_t> &payload);
@@ -125,6 +163,12 @@ private:
     bool mEnded = false;
     std::deque<Command> mCommands;
     std::map<int32_t, int32_t> mFailures;
+    bool mHeld = false;
+    std::atomic<int> mUnsolicitedSent{0};
+    // The daemon's thread only:
+    std::deque<RequestFrame> mPending;  // read, not answered yet
+    std::mt19937 mRandom;               // chaos mode's choices
+    int mSinceFlood = 0;                // answers since the last flood
 };
 
 }  // namespace rild_sim

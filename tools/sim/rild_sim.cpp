@@ -117,6 +117,7 @@ bool RildSim::acceptClient(int timeoutMs) {
     if (fd < 0) return false;
     closeClient();
     mClient = fd;
+    mPeerClosed = false;
     return true;
 }
 
@@ -129,6 +130,7 @@ bool RildSim::readExactly(uint8_t *buf, size_t len, int timeoutMs) {
         if (n > 0) {
             got += static_cast<size_t>(n);
         } else if (n == 0 || errno != EINTR) {
+            mPeerClosed = n == 0 || errno == ECONNRESET;
             return false;
         }
     }

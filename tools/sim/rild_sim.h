@@ -60,6 +60,8 @@ public:
     int clientFd() const { return mClient; }
     // False on time-out, a closed peer or a frame whose length cannot hold its header.
     bool readRequest(RequestFrame *out, int timeoutMs);
+    // Whether the last failed read met the peer's close (rather than a time-out or a bad frame).
+    bool peerClosed() const { return mPeerClosed; }
 
     bool writeResponse(uint32_t serial, int32_t result, const std::vector<uint8_t> &payload,
                        const std::vector<uint32_t> &featureHeader = {});
@@ -76,6 +78,7 @@ private:
     std::string mPath;
     int mListen = -1;
     int mClient = -1;
+    bool mPeerClosed = false;
     bool mChunked = false;
     int mGapUs = 0;
 };
