@@ -139,8 +139,18 @@ void SimProfile::note(const std::string &event) {
     }
 }
 
+SimProfile::Sent SimProfile::sent() {
+    std::lock_guard<std::mutex> hold(mLock);
+    return mSent;
+}
+
 void SimProfile::endSession() {
     mSim.closeClient();
+    Sent s = sent();
+    note("sent " + std::to_string(s.answers) + " answers (" + std::to_string(s.failed) +
+         " failed, " + std::to_string(s.tlvAccepted) + " of " +
+         std::to_string(s.tlvAccepted + s.tlvRefused) + " TLV requests accepted) and " +
+         std::to_string(s.unsolicited) + " unsolicited frames");
     std::lock_guard<std::mutex> hold(mLock);
     mEnded = true;
     mChanged.notify_all();
@@ -313,6 +323,16 @@ void SimProfile::answer(const RequestFrame &request) {
              " result " + std::to_string(answer.result) + ", " +
              std::to_string(answer.payload.size()) + " bytes: " + answer.summary);
     }
+    {
+        std::lock_guard<std::mutex> hold(mLock);
+        mSent.answers++;
+        const bool ok = answer.result == ZOKRIL_E_SUCCESS;
+        if (!isTlvRequest(request.request_id)) {
+            mSent.failed += !ok;
+        } else {
+            (ok ? mSent.tlvAccepted : mSent.tlvRefused)++;
+        }
+    }
     sendFrame(frame);
     if (mOptions.answered && mSim.connected()) mOptions.answered(request, answer);
 }
@@ -329,8 +349,11 @@ void SimProfile::sendUnsolicitedNow(int32_t id, const std::vector<uint8_t> &payl
         emit(std::string("rild -> unsol ") + unsolicitedName(id) + "(" + std::to_string(id) +
              ") sim " + std::to_string(mSimId) + ", " + std::to_string(payload.size()) + " bytes");
     }
-    // Counted before it goes out, so a caller never sees the entity's notice of a frame first.
-    mUnsolicitedSent++;
+    {
+        // Counted before it goes out, so a caller never sees the entity's notice of it first.
+        std::lock_guard<std::mutex> hold(mLock);
+        mSent.unsolicited++;
+    }
     sendFrame(frame);
 }
 

@@ -30,7 +30,6 @@
 
 #include <stdint.h>
 
-#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -120,8 +119,16 @@ public:
     // True: requests are read and queued but not answered; false answers the queue (in order,
     // or chaos order) and whatever comes next.
     void holdAnswers(bool hold);
-    // Unsolicited frames sent so far (counted as each is about to go out).
-    int unsolicitedSent() const { return mUnsolicitedSent.load(); }
+    // What the daemon has sent so far, each frame counted as it is about to go out; also noted
+    // in the output when the session ends.
+    struct Sent {
+        int answers = 0;
+        int failed = 0;  // answers with a non-zero result to requests other than the TLV ones
+        int tlvAccepted = 0;
+        int tlvRefused = 0;
+        int unsolicited = 0;
+    };
+    Sent sent();
 
     bool waitConnected(int timeoutMs);
     // True once the connection has ended (peer gone, broken frame or closeClient).
@@ -164,7 +171,7 @@ private:
     std::deque<Command> mCommands;
     std::map<int32_t, int32_t> mFailures;
     bool mHeld = false;
-    std::atomic<int> mUnsolicitedSent{0};
+    Sent mSent;
     // The daemon's thread only:
     std::deque<RequestFrame> mPending;  // read, not answered yet
     std::mt19937 mRandom;               // chaos mode's choices
