@@ -109,6 +109,23 @@ TEST_F(RunnerTest, RunsEndWithTheirStatusAndOutput) {
           "200 ms\n"},
          {R"({"kind":"reply","id":4034,)", R"({"kind":"reply","id":4006,)"},
          {}},
+        // Held answers let 40 requests overflow the 32-slot pool: 8 replies come from the full
+        // pool, and no other until the release.
+        {"sim hold",
+         {"--sim", "--interactive"},
+         [] {
+             std::string script = "sim hold\n";
+             for (int i = 0; i < 40; i++) script += "post EVENT_RADIO_POWER_REQ i32=0:1\n";
+             for (int i = 0; i < 8; i++) script += "wait 4034\n";
+             return script + "wait 4034 300\nsim release\nwait 4034\n";
+         }(),
+         0,
+         {"event pool is full",
+          "line 50: wait 4034 (EVENT_RADIO_POWER_RESP): nothing delivered within 300 ms"},
+         {"entity -> reply EVENT_RADIO_POWER_RESP(4034) to requester 1, 8 bytes: status 2\n",
+          "rild -> response serial",
+          "EVENT_RADIO_POWER_RESP(4034) to requester 1, 8 bytes: status 0"},
+         {}},
         // The set-up goes out as TLV, is refused, and is answered in its plain form.
         {"demo",
          {"--sim", "--quiet", std::string(ZOK_SOURCE_DIR) + "/examples/demo.script"},
