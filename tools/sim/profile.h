@@ -11,16 +11,17 @@
 //     daemon.sendUnsolicited(RIL_UNSOL_DATA_CALL_LIST_CHANGED, rild_sim::builtinDataCallList());
 //     daemon.closeClient();                    // the entity's teardown ends its process
 //
-//     options.chaosSeed = 7;                   // hostile but legal, the same run for seed 7
+//     options.chaosSeed = 7;                   // hostile but legal, the same choices for 7
 //     options.answered = [](const rild_sim::RequestFrame &, const rild_sim::Answer &) { ... };
 //     daemon.holdAnswers(true);                // read and queue, answer nothing ...
 //     daemon.holdAnswers(false);               // ... until now
 //
 // Chaos mode (ProfileOptions::chaosSeed) shakes the entity with a hostile but legal daemon:
 // answers out of order, split across reads, failing, and floods of unsolicited frames, all drawn
-// from one seeded generator so that a seed reproduces a run's choices. holdAnswers keeps requests
-// queued (still read, so the entity's sender never blocks) until released: with it a script shows
-// the entity's full event pool.
+// from one seeded generator so that a seed replays the same choices (which request each meets
+// depends on when the entity's requests arrive). holdAnswers keeps requests queued (still read, so
+// the entity's sender never blocks) until released: with it a script shows the entity's full
+// event pool.
 //
 // One connection per object: once the entity has gone (or closeClient ran) the thread ends.
 // Pitfall: an entity in the same process ends that process when the connection drops, so keep
