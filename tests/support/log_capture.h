@@ -14,14 +14,14 @@
 
 struct LogLine {
     int prio;
-    std::string tag;
     std::string text;     // as formatted, prefix included
     std::string message;  // text after the entity's prefix, or the whole text without one
 };
 
 class LogCapture {
 public:
-    explicit LogCapture(bool quiet = true);
+    // The lines are kept off stderr meanwhile.
+    LogCapture();
     ~LogCapture();
     LogCapture(const LogCapture &) = delete;
     LogCapture &operator=(const LogCapture &) = delete;
