@@ -53,8 +53,3 @@ int LogCapture::indexOf(const std::string &message, int from) const {
     }
     return -1;
 }
-
-void LogCapture::clear() {
-    std::lock_guard<std::mutex> lock(mLock);
-    mLines.clear();
-}
