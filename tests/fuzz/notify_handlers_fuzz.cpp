@@ -1,6 +1,7 @@
 // Each unsolicited handler of ril_notifys on arbitrary Parcels: the first byte picks the row, the
-// rest is the payload. Every event the handler sends must go to task 402 with the size its kind
-// has, be freed by the framework, and match in number what the Parcel announced.
+// rest is the payload. Every event the handler sends must be freed by the framework and match in
+// number what the Parcel announced. (Where each kind goes and its fixed size do not depend on the
+// payload: notify_test pins them byte for byte.)
 #include <binder/Parcel.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -28,23 +29,6 @@ int32_t wordAt(const uint8_t *payload, size_t size, size_t index) {
     int32_t w;
     memcpy(&w, payload + index * 4, sizeof(w));
     return w;
-}
-
-size_t sizeOf(event_id_t id) {
-    switch (id) {
-        case EVENT_DATA_CALL_LIST_CHANGED_IND:
-            return RILPROXY_DCALL_LIST_NOTIFY_SIZE;
-        case EVENT_DATA_CALL_RESPONSE_IND:
-            return sizeof(DataCallSetupReply);
-        case EVENT_DEDICATE_BEARER_ACTIVATED_IND:
-        case EVENT_DEDICATE_BEARER_MODIFIED_IND:
-            return sizeof(BearerNotification);
-        case EVENT_DEDICATE_BEARER_DEACTIVATED_IND:
-        case EVENT_DATA_CALL_RESPONSE_FAIL_IND:
-            return sizeof(ShortStatusNotification);
-        default:
-            return 0;
-    }
 }
 
 size_t listEvents(int32_t num) {
@@ -93,11 +77,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     size_t announced = maxEvents(row.id, data + 1, size - 1);
     check(isList(row.id) ? out.size() == announced : out.size() <= announced,
           "as many events as announced, up to the ceiling");
-    for (const vopa_host::Delivery &d : out) {
-        check(d.kind == vopa_host::DeliveryKind::Send && d.to == TASK_ID_DATAMNGR,
-              "notifications go to the data manager");
-        check(sizeOf(d.id) != 0 && d.data.size() == sizeOf(d.id), "each kind has its size");
-    }
     vopa_host::Counters c = vopa_host::counters();
     check(c.live == 0 && c.bad_frees == 0, "every notification is freed exactly once");
     return 0;

@@ -39,12 +39,6 @@ bool untouched(const T &field) {
     return true;
 }
 
-// A bearer without a list only has its count cleared, so the mask is checked by the list reader's
-// own case.
-void checkPcscf(const dm_pcscf_t &p) {
-    check(p.count <= ZOK_PCSCF_MAX, "P-CSCF count within the list");
-}
-
 // A count never exceeds its array; a negative one is the sender's value and indexes nothing.
 void checkTft(const ZOK_Tft &tft) {
     check(tft.pfNumber <= ZOK_TFT_PF_MAX, "pfNumber within pfList");
@@ -65,7 +59,8 @@ void checkBearer(const ZOK_Dedicate_Data_Call_Struct &b) {
     check(untouched(b.ddcId), "the bearer reader leaves ddcId alone");
     check(untouched(b.reserved), "the bearer reader leaves the trailing word alone");
     if (b.hasTft != 0) checkTft(b.tft);
-    checkPcscf(b.pcscf);
+    // Without a list only the count is cleared, so the mask is the list reader's own case's.
+    check(b.pcscf.count <= ZOK_PCSCF_MAX, "P-CSCF count within the list");
 }
 
 bool ascii(const char *text) {
@@ -115,7 +110,7 @@ void readDataCall(android::Parcel &parcel, int version) {
         check(d->defaultBearerValid == 1, "the default bearer is always present");
         check(untouched(d->defaultBearer.reserved), "default bearer trailing word untouched");
         if (d->defaultBearer.hasTft != 0) checkTft(d->defaultBearer.tft);
-        checkPcscf(d->defaultBearer.pcscf);
+        check(d->defaultBearer.pcscf.count <= ZOK_PCSCF_MAX, "P-CSCF count within the list");
     } else {
         check(untouched(d->concatenateNum) && untouched(d->eran_type),
               "only extended versions carry bearers");
@@ -154,7 +149,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         default: {
             auto *p = patterned<dm_pcscf_t>();
             readPcscfFromParcel(parcel, p);
-            checkPcscf(*p);
+            check(p->count <= ZOK_PCSCF_MAX, "P-CSCF count within the list");
             check((p->ipv6Mask >> p->count) == 0, "IPv6 bits only for stored addresses");
             free(p);
             break;

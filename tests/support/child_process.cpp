@@ -14,16 +14,7 @@ void appendAll(int fd, std::string *to) {
     while ((n = read(fd, buf, sizeof(buf))) > 0) to->append(buf, static_cast<size_t>(n));
 }
 
-}  // namespace
-
-int Outcome::exitCode() const {
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-std::vector<std::string> Outcome::outLines() const {
-    return splitText(out, '\n');
-}
-
+// The non-empty parts of `text` between separators.
 std::vector<std::string> splitText(const std::string &text, char separator) {
     std::vector<std::string> parts;
     std::stringstream in(text);
@@ -32,6 +23,16 @@ std::vector<std::string> splitText(const std::string &text, char separator) {
         if (!part.empty()) parts.push_back(part);
     }
     return parts;
+}
+
+}  // namespace
+
+int Outcome::exitCode() const {
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::vector<std::string> Outcome::outLines() const {
+    return splitText(out, '\n');
 }
 
 ChildProcess::ChildProcess(const std::string &emulator, const std::string &program,

@@ -25,9 +25,6 @@ struct Outcome {
     std::vector<std::string> outLines() const;  // the non-empty lines of `out`
 };
 
-// The non-empty parts of `text` between separators.
-std::vector<std::string> splitText(const std::string &text, char separator);
-
 class ChildProcess {
 public:
     ChildProcess(const std::string &emulator, const std::string &program,

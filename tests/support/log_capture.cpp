@@ -4,9 +4,9 @@
 
 #include <regex>
 
-LogCapture::LogCapture(bool quiet) {
+LogCapture::LogCapture() {
     host_log_set_sink(&LogCapture::sink, this);
-    if (quiet) host_log_set_stderr(0);
+    host_log_set_stderr(0);
 }
 
 LogCapture::~LogCapture() {
@@ -14,9 +14,9 @@ LogCapture::~LogCapture() {
     host_log_set_stderr(1);
 }
 
-void LogCapture::sink(int prio, const char *tag, const char *text, void *ctx) {
+void LogCapture::sink(int prio, const char *, const char *text, void *ctx) {
     auto *self = static_cast<LogCapture *>(ctx);
-    LogLine line{prio, tag, text, text};
+    LogLine line{prio, text, text};
     // " (" + 24 columns + ", " + 4 columns + ") "
     static const std::regex kPrefix("^ \\(.{24}, [ 0-9-]{4,}\\) ");
     std::smatch m;
@@ -52,9 +52,4 @@ int LogCapture::indexOf(const std::string &message, int from) const {
         if (all[i] == message) return static_cast<int>(i);
     }
     return -1;
-}
-
-void LogCapture::clear() {
-    std::lock_guard<std::mutex> lock(mLock);
-    mLines.clear();
 }

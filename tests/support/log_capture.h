@@ -4,7 +4,8 @@
 //     ... run code ...
 //     EXPECT_TRUE(logs.containsMessage("socket closed"));
 //
-// A line's message is its text after the " (%24.24s, %4d) " prefix.
+// A line's message is its text after the " (%24.24s, %4d) " prefix. A newer capture takes over
+// from an older one; the older one gets nothing after that.
 #ifndef ZOK_TESTS_LOG_CAPTURE_H
 #define ZOK_TESTS_LOG_CAPTURE_H
 
@@ -14,14 +15,14 @@
 
 struct LogLine {
     int prio;
-    std::string tag;
     std::string text;     // as formatted, prefix included
     std::string message;  // text after the entity's prefix, or the whole text without one
 };
 
 class LogCapture {
 public:
-    explicit LogCapture(bool quiet = true);
+    // The lines are kept off stderr meanwhile.
+    LogCapture();
     ~LogCapture();
     LogCapture(const LogCapture &) = delete;
     LogCapture &operator=(const LogCapture &) = delete;
@@ -32,7 +33,6 @@ public:
     int countMessage(const std::string &message) const;
     // Index of the first message equal to `message` at or after `from`, or -1.
     int indexOf(const std::string &message, int from = 0) const;
-    void clear();
 
 private:
     static void sink(int prio, const char *tag, const char *text, void *ctx);

@@ -7,11 +7,6 @@
 #include <stdexcept>
 
 ScopedSocketDir::ScopedSocketDir() {
-    const char *previous = getenv("ANDROID_SOCKET_DIR");
-    if (previous != nullptr) {
-        mHadPrevious = true;
-        mPrevious = previous;
-    }
     const char *tmp = getenv("TMPDIR");
     // Short on purpose: a socket path must fit sun_path (108 bytes).
     std::string pattern =
@@ -30,9 +25,5 @@ ScopedSocketDir::~ScopedSocketDir() {
         closedir(dir);
     }
     rmdir(mPath.c_str());
-    if (mHadPrevious) {
-        setenv("ANDROID_SOCKET_DIR", mPrevious.c_str(), 1);
-    } else {
-        unsetenv("ANDROID_SOCKET_DIR");
-    }
+    unsetenv("ANDROID_SOCKET_DIR");
 }

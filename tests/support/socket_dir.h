@@ -4,7 +4,8 @@
 //     ScopedSocketDir dir;
 //     rild_sim::RildSim sim("rild-zok");   // listens in dir.path()
 //
-// Pitfall: the environment is process-wide; one object at a time.
+// Pitfall: the environment is process-wide; one object at a time, and the variable is unset
+// afterwards (not restored).
 #ifndef ZOK_TESTS_SOCKET_DIR_H
 #define ZOK_TESTS_SOCKET_DIR_H
 
@@ -21,8 +22,6 @@ public:
 
 private:
     std::string mPath;
-    std::string mPrevious;
-    bool mHadPrevious = false;
 };
 
 #endif  // ZOK_TESTS_SOCKET_DIR_H

@@ -69,10 +69,6 @@ struct TestContext {
         RilproxyMutexHold hold(&ctx->event_pool_mutex);
         ctx->event_pool[i] = event;
     }
-    uint32_t heldWithoutEvent() {
-        RilproxyMutexHold hold(&ctx->event_pool_mutex);
-        return ctx->held_without_event;
-    }
     // Everything the daemon end holds so far, in hex.
     std::string received() {
         std::vector<uint8_t> all(8192);
