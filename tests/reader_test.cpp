@@ -52,6 +52,7 @@ ril_handler_t gPlain[] = {
 };
 ril_handler_tlv_t gTlv[] = {
     {4005, kTlvResp, 2124, 0, nullptr, recordResp, recordErr},
+    {4030, kTlvResp, 0, 0, nullptr, recordResp, recordErr},  // no RIL id: ends the table
     {0, 0, 0, 0, nullptr, nullptr, nullptr},
 };
 ril_notify_t gNotifys[] = {
@@ -116,6 +117,8 @@ TEST_F(ReaderTest, EveryFrameEndsInItsRowOrIsDroppedOrIsFatal) {
         {4005, 0, "00 00 00 10 00 00 00 00 00 00 00 00 06 01 00 00 00 00 00 00", "slot 5",
          "event_ptr is NULL"},
         {4030, 0, "00 00 00 10 00 00 00 00 00 00 00 00 05 01 00 00 00 00 00 00", "",
+         "rilproxy_cmd_resp_thread(): an unknown event (4030)"},
+        {4030, 0, "00 00 00 10 00 00 00 00 00 00 00 00 05 01 00 40 02 00 00 00", "",
          "rilproxy_cmd_resp_thread(): an unknown event (4030)"},
         // AT answers: token, reserved, status, and the text after the leading line breaks. Each
         // of the three error markers (+CME, +CMS, a bare ERROR line) gives status 1.
