@@ -347,7 +347,6 @@ TEST(RunnerScriptTest, BuildsPayloadsAndAtRecordsExactly) {
     EXPECT_EQ(hex(commands[1].payload), "ff ff ff ff");
     // The AT text is the rest of the line: '#' and blanks kept, escapes decoded, trailing blank
     // cut.
-    EXPECT_EQ(commands[2].line, 4);
     EXPECT_EQ(commands[2].channel, 308u);
     EXPECT_EQ(commands[2].simId, 1u);
     EXPECT_EQ(commands[2].token, 0xfedcba9876543210ull);
