@@ -1,13 +1,13 @@
 // The handler rows, first called directly for what a whole-entity run cannot reach (request
-// guards on missing and short payloads, the TLV SIM slot and serial, responses the
-// reader never hands over, error replies byte for byte), then each row through the whole entity:
-// a request event posted to task 202 becomes the exact Parcel at the simulated daemon (on a real
-// local socket), and the daemon's scripted answer becomes the exact reply the requester gets; TLV
+// guards on missing and short payloads, the TLV SIM slot and serial, responses the reader never
+// hands over, error replies byte for byte), then each row through the whole entity: a request
+// event posted to task 202 becomes the exact Parcel at the simulated daemon (on a real local
+// socket), and the daemon's scripted answer becomes the exact reply the requester gets; TLV
 // requests refused by the daemon are re-sent in their plain form. Rows whose bytes the demo's
 // and the golden flows already pin (set-up and P-CSCF retried plain, modify) are not repeated,
 // nor the handover, whose request and answered reply the dissector's run of more_frames.script
-// pins; an accepted TLV request waiting for the
-// framework's result is reader_test's and dispatcher_test's.
+// pins; an accepted TLV request waiting for the framework's result is reader_test's and
+// dispatcher_test's.
 #include "handlers/handlers.h"
 
 #include <gtest/gtest.h>
@@ -78,9 +78,8 @@ TEST_F(HandlersTest, RequestsWithoutPayloadFail) {
 }
 
 // What the end-to-end rows do not show: a payload too short for its length reads as the empty
-// text, and the TLV forms take the SIM slot from the
-// payload (the fail cause keeps the tracker's) and end with the serial as an int32, bit 30
-// included.
+// text, and the TLV forms take the SIM slot from the payload (the fail cause keeps the tracker's)
+// and end with the serial as an int32, bit 30 included.
 TEST_F(HandlersTest, RequestParcels) {
     const struct {
         bool tlv;
@@ -259,6 +258,9 @@ TEST(HandlersE2eTest, EveryRowFromRequestParcelToReply) {
         {"Deactivate", 4005, bytes("05"),
          {{41, "02 00 00 00 01 00 00 00 35 00 00 00 01 00 00 00 30 00 00 00", 0, ""}},
          {{4006, 8, kStatus0}}},
+        {"SecondDeactivate", 9322, kId5Cause2, {{2124, kId5Cause2Texts, 0, ""}},
+         {{4006, 8, kStatus0}}},
+        {"Abort", 4013, kId5Cause2, {{2080, kId5Cause2Texts, 0, ""}}, {{4014, 8, kStatus0}}},
         {"DeactivateDedicatedRilError", 4011, bytes("0c 00 00 00 00 00 00 00"),
          {{2078, "02 00 00 00 02 00 00 00 31 00 32 00 00 00 00 00 01 00 00 00 30 00 00 00", 14,
            ""}}, {{4012, 8, {{0, "0e 00 00 00"}}}}},
@@ -274,9 +276,6 @@ TEST(HandlersE2eTest, EveryRowFromRequestParcelToReply) {
           {4008, 3964, {{0, "00 00 00 00 03 00 01 00 00 00 00 00 0b"}}},
           {4008, 3964, {{0, "00 00 00 00 03 00 02 00 00 00 00 00 0c"}}}}},
         // The further text fills its field without a NUL; the flag 5 follows it at once.
-        {"SecondDeactivate", 9322, kId5Cause2, {{2124, kId5Cause2Texts, 0, ""}},
-         {{4006, 8, kStatus0}}},
-        {"Abort", 4013, kId5Cause2, {{2080, kId5Cause2Texts, 0, ""}}, {{4014, 8, kStatus0}}},
         {"AttachApn", 4030, bytesAt(524, {{0, "69 6d 73"}, {128, "01"}, {132, "03"}, {136, "75"},
                                           {392, repeat("78 ", 128)}, {520, "05"}}),
          {{111, "03 00 00 00 69 00 6d 00 73 00 00 00 04 00 00 00 49 00 50 00 56 00 36 00 00 00 "
