@@ -343,7 +343,6 @@ TEST(RunnerScriptTest, BuildsPayloadsAndAtRecordsExactly) {
     EXPECT_EQ(hex(commands[0].payload),
               "01 02 00 00 aa bb 00 00 fe ff ff ff 61 20 62 00 00 00 00 00");
     EXPECT_EQ(commands[1].id, 4032);
-    EXPECT_EQ(commands[1].from, 1u);
     EXPECT_EQ(hex(commands[1].payload), "ff ff ff ff");
     // The AT text is the rest of the line: '#' and blanks kept, escapes decoded, trailing blank
     // cut.
