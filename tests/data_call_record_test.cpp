@@ -66,7 +66,6 @@ TEST(DataCallRecordTest, ShortAndLongForm) {
                                            hex(std::vector<uint8_t>(15)) + " 01");
         EXPECT_EQ(hex(d->ipv6Gateway, 16), "fe 80 00 00 00 00 00 00 00 00 00 00 00 00 00 01");
         EXPECT_EQ(d->ipv4Gateway, 0x5A5A5A5Au);
-        EXPECT_EQ(d->concatenateNum, 0x5A5A5A5A);
     }
 }
 
