@@ -100,7 +100,6 @@ TEST(FrameTest, ParseRespHeader) {
         uint32_t header_size;
         int32_t sim_id;
     } cases[] = {
-        {"01 00 00 00 02 00 00 00", 8, 2},
         {"00 00 00 00 02 00 00 00", 8, 0},
         {"01 80 00 00 00 00 00 00 07 00 00 00", 12, 7},
         {"01 00 00 00 00 00 00 00", 4, 0},              // the zeroed word past a 4-byte header

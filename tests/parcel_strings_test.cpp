@@ -6,7 +6,6 @@
 
 #include <binder/Parcel.h>
 #include <gtest/gtest.h>
-#include <limits.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -45,23 +44,12 @@ TEST(ParcelStringsTest, SetDataCopiesAndRewindsAndWritesGrow) {
     for (int i = 0; i < 10000; i++) ASSERT_EQ(p.readInt32(), i);
 }
 
-TEST(ParcelStringsTest, IntegersAndTextsTravelAsString16) {
+// Positive numbers and texts are the handler rows'; the sign and the null text only show here.
+TEST(ParcelStringsTest, NegativeIntegersAndTheNullTextTravelAsString16) {
     android::Parcel p;
-    writeIntAsStringToParcel(p, 0);
     writeIntAsStringToParcel(p, -5);
-    writeIntAsStringToParcel(p, INT_MIN);
-    writeUtf8StringToParcel(p, "");
     writeUtf8StringToParcel(p, nullptr);
-    writeUtf8StringToParcel(p,
-                            "\xc3\xa9"
-                            "b");
-    EXPECT_EQ(hex(p.data(), p.dataSize()),
-              "01 00 00 00 30 00 00 00 "
-              "02 00 00 00 2d 00 35 00 00 00 00 00 "
-              "0b 00 00 00 2d 00 32 00 31 00 34 00 37 00 34 00 38 00 33 00 36 00 34 00 38 00 00 00 "
-              "00 00 00 00 00 00 00 00 "
-              "ff ff ff ff "
-              "02 00 00 00 e9 00 62 00 00 00 00 00");
+    EXPECT_EQ(hex(p.data(), p.dataSize()), "02 00 00 00 2d 00 35 00 00 00 00 00 ff ff ff ff");
 }
 
 TEST(ParcelStringsTest, ReadsIntoBoundedBufferAndSpellsOutNull) {
@@ -74,13 +62,12 @@ TEST(ParcelStringsTest, ReadsIntoBoundedBufferAndSpellsOutNull) {
         {"02 00 00 00 61 00 62 00 00 00 00 00", 16, "61 62", 12},
         {"03 00 00 00 61 00 e9 00 62 00 00 00", 3, "61 c3", 12},  // cut mid-sequence
         {"02 00 00 00 61 00 62 00 00 00 00 00", 1, "", 12},
-        {"ff ff ff ff", 16, "28 6e 75 6c 6c 29", 4},              // "(null)"
         {"", 16, "28 6e 75 6c 6c 29", 0},                         // Parcel ran out
         {"05 00 00 00 61 00", 16, "28 6e 75 6c 6c 29", 4},        // short String16
         {"01 00 00 00 61 00 01 00", 16, "28 6e 75 6c 6c 29", 8},  // bad terminator
-        {"ff ff ff ff", 4, "28 6e 75", 4},
-        {"01 02", 16, "28 6e 75 6c 6c 29", 0},        // no room for the count
-        {"7f ff ff ff", 16, "28 6e 75 6c 6c 29", 4},  // huge count
+        {"ff ff ff ff", 4, "28 6e 75", 4},                        // "(null)", cut to the buffer
+        {"01 02", 16, "28 6e 75 6c 6c 29", 0},                    // no room for the count
+        {"7f ff ff ff", 16, "28 6e 75 6c 6c 29", 4},              // huge count
         // Padding is skipped whatever its bytes (some daemons pad with 0xFF).
         {"02 00 00 00 61 00 62 00 00 00 ff ff 07 00 00 00", 16, "61 62", 12},
     };
@@ -102,7 +89,6 @@ TEST(UtfConvertTest, Utf8ToUtf16ReplacesEachBrokenSequenceOnce) {
         const char *utf8;  // hex
         std::u16string units;
     } cases[] = {
-        {"", u""},
         {"41 c3", {0x41, 0xFFFD}},          // truncated at the end of the text
         {"c3 41", {0xFFFD, 0x41}},          // the byte that broke it is kept
         {"80", {0xFFFD}},                   // stray continuation

@@ -2,13 +2,13 @@
 // shared object) and rild-sim are started as child processes with scripts, and their stdout,
 // stderr and exit statuses are checked; the script parser, the capture files (pcapng) and the
 // relaying tools' frame splitter are checked in-process. What the simulated daemon answers and
-// sends is pinned by the dissector's field dumps and the golden transcripts.
+// sends is pinned by the dissector's field dumps and the golden transcript.
 //
-// The golden transcripts are whole logs of representative flows, compared line for line with the
-// files in tests/golden/: any drift in a log line's prefix, level or text, or in the order of the
-// lines, shows up as a diff. What varies from run to run is masked first: line numbers
-// (", ####)"), descriptors ("fd = #", "socket (#)") and pointers ("0x#"). After an intended
-// change of the log lines, rewrite the files and review the diff:
+// The golden transcript is the whole log of representative flows, compared line for line with
+// tests/golden/representative_flows.log: any drift in a log line's prefix, level or text, or in
+// the order of the lines, shows up as a diff. What varies from run to run is masked first: line
+// numbers (", ####)"), descriptors ("fd = #", "socket (#)") and pointers ("0x#"). After an
+// intended change of the log lines, rewrite the file and review the diff:
 //     ZOK_UPDATE_GOLDEN=1 out/native/tests/runner_test --gtest_filter='*Golden*'
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -184,39 +184,26 @@ std::string readFile(const std::string &path) {
     return text.str();
 }
 
-TEST_F(RunnerTest, GoldenLogTranscriptsOfRepresentativeFlows) {
-    const char *setup =
-        "post EVENT_SETUP_DATA_CALL_REQ size=704 str=0:16 str=128:0 str=256:ims i32=644:2 "
-        "i32=648:1\n";
-    const struct {
-        const char *name;
-        std::string script;
-    } flows[] = {
-        // The simulated daemon refuses the TLV form; the plain request follows and is decoded.
-        {"setup_tlv_refused", std::string(setup) + "wait EVENT_SETUP_DATA_CALL_RESP\n"},
-        {"data_call_list", "sim unsol data-call-list\nwait 4021\n"},
-        // A bearer with QoS and a TFT: the packet-filter lines belong to readTftStructFromParcel.
-        {"dedicated_bearer",
-         "post EVENT_SETUP_DEDICATE_DATA_CALL_REQ size=3956 i32=0:7 i32=4:1 i32=8:1 i32=32:1 "
-         "i32=36:1 i32=40:128 i32=44:128 i32=48:128 i32=52:128\n"
-         "wait EVENT_SETUP_DEDICATE_DATA_CALL_RESP\n"},
-        // Start-up and connect, then the daemon closes.
-        {"teardown", "connect\nwait EVENT_RILPROXY_CONNECT\nsim close\n"},
-    };
-    const bool update = getenv("ZOK_UPDATE_GOLDEN") != nullptr;
-    for (const auto &flow : flows) {
-        SCOPED_TRACE(flow.name);
-        Outcome r = runner({"--sim"}, flow.script);
-        ASSERT_EQ(r.exitCode(), 0) << r.err;
-        const std::string path = kGoldenDir + flow.name + ".log";
-        const std::string transcript = masked(r.err);
-        if (update) {
-            std::ofstream(path, std::ios::binary) << transcript;
-            continue;
-        }
-        EXPECT_EQ(transcript, readFile(path)) << "after an intended change: ZOK_UPDATE_GOLDEN=1 "
-                                              << "runner_test";
+// Start-up and connect; the simulated daemon refuses the TLV set-up, the plain request follows
+// and is decoded; a bearer with QoS and a TFT (the packet-filter lines belong to
+// readTftStructFromParcel); the unsolicited list; then the daemon closes.
+TEST_F(RunnerTest, GoldenLogTranscriptOfRepresentativeFlows) {
+    Outcome r = runner({"--sim"},
+                       "connect\nwait EVENT_RILPROXY_CONNECT\n"
+                       "post EVENT_SETUP_DATA_CALL_REQ size=704 str=0:16 str=128:0 str=256:ims "
+                       "i32=644:2 i32=648:1\nwait EVENT_SETUP_DATA_CALL_RESP\n"
+                       "post EVENT_SETUP_DEDICATE_DATA_CALL_REQ size=3956 i32=0:7 i32=4:1 i32=8:1 "
+                       "i32=32:1 i32=36:1 i32=40:128 i32=44:128 i32=48:128 i32=52:128\n"
+                       "wait EVENT_SETUP_DEDICATE_DATA_CALL_RESP\n"
+                       "sim unsol data-call-list\nwait 4021\nsim close\n");
+    ASSERT_EQ(r.exitCode(), 0) << r.err;
+    const std::string path = kGoldenDir + "representative_flows.log";
+    if (getenv("ZOK_UPDATE_GOLDEN") != nullptr) {
+        std::ofstream(path, std::ios::binary) << masked(r.err);
+        return;
     }
+    EXPECT_EQ(masked(r.err), readFile(path)) << "after an intended change: ZOK_UPDATE_GOLDEN=1 "
+                                             << "runner_test";
 }
 
 // Blocks until a tool in another process listens at `path`.
@@ -319,12 +306,9 @@ TEST_F(RunnerTest, TapChangesNothingAndRecordsWhatTheDaemonRecords) {
     for (const std::string &line : plain.outLines()) {
         EXPECT_TRUE(line.front() == '{' && line.back() == '}') << "not a JSON line: " << line;
     }
-    EXPECT_NE(plain.err.find("EVENT_DEACTIVATE_DATA_CALL_REQ"), std::string::npos);
     expectInOrder(plain.out,
                   {R"({"kind":"bcast","id":3008,"name":"EVENT_RILPROXY_STATE_IND","to":0,"len":4,)"
-                   R"("data":"00000000"})",
-                   R"({"kind":"reply","id":4006,"name":"EVENT_DEACTIVATE_DATA_CALL_RESP","to":1,)"
-                   R"("len":8,"data":"0000000000000000"})"});
+                   R"("data":"00000000"})"});
     expectInOrder(sim.out,
                   {R"({"kind":"rx","request_id":41,"name":"RIL_REQUEST_DEACTIVATE_DATA_CALL")",
                    R"({"kind":"rild","event":"connection closed by the entity"})"});
@@ -367,21 +351,18 @@ TEST(RunnerScriptTest, BuildsPayloadsAndAtRecordsExactly) {
         "  # only a comment\n"
         "post EVENT_RADIO_POWER_REQ i32=0:0xffffffff\n"
         "at 308 1 0xfedcba9876543210 AT#X=\"a b\"\\r\\n \n"
-        "connect cmd-sock\n"
-        "wait EVENT_SETUP_DATA_CALL_RESP 250\n",
+        "connect cmd-sock\n",
         true, &commands, &error))
         << error;
-    ASSERT_EQ(commands.size(), 5u);
+    ASSERT_EQ(commands.size(), 4u);
     EXPECT_EQ(commands[0].id, 4005);
     EXPECT_EQ(commands[0].from, 7u);
     EXPECT_EQ(hex(commands[0].payload),
               "01 02 00 00 aa bb 00 00 fe ff ff ff 61 20 62 00 00 00 00 00");
     EXPECT_EQ(commands[1].id, 4032);
-    EXPECT_EQ(commands[1].from, 1u);
     EXPECT_EQ(hex(commands[1].payload), "ff ff ff ff");
     // The AT text is the rest of the line: '#' and blanks kept, escapes decoded, trailing blank
     // cut.
-    EXPECT_EQ(commands[2].line, 4);
     EXPECT_EQ(commands[2].channel, 308u);
     EXPECT_EQ(commands[2].simId, 1u);
     EXPECT_EQ(commands[2].token, 0xfedcba9876543210ull);
@@ -389,8 +370,6 @@ TEST(RunnerScriptTest, BuildsPayloadsAndAtRecordsExactly) {
     ASSERT_EQ(commands[3].payload.size(), 64u);
     EXPECT_EQ(hex(commands[3].payload.data(), 9), "63 6d 64 2d 73 6f 63 6b 00");
     EXPECT_EQ(hex(commands[3].payload.data() + 32, 32), hex(std::vector<uint8_t>(32, 0)));
-    EXPECT_EQ(commands[4].id, 4004);
-    EXPECT_EQ(commands[4].timeoutMs, 250);
 }
 
 // A script with an error is refused whole, naming the line.
@@ -419,33 +398,17 @@ TEST(RunnerScriptTest, ErrorsNameTheLine) {
     }
 }
 
-TEST(CaptureTest, BlockLayout) {
-    // Section header (version 1.0, length not given), then one interface of link type 147.
-    EXPECT_EQ(hex(capture::fileHeader()),
-              "0a 0d 0d 0a 1c 00 00 00 4d 3c 2b 1a 01 00 00 00 ff ff ff ff ff ff ff ff 1c 00 00 00 "
-              "01 00 00 00 14 00 00 00 93 00 00 00 00 00 00 00 14 00 00 00");
-    const struct {
-        capture::Direction direction;
-        std::string frame, block;
-    } cases[] = {
-        // An empty deactivate request, outbound (flags 2).
-        {capture::Direction::ToDaemon,
-         "00 00 00 10 04 00 00 00 00 00 00 00 29 00 00 00 00 02 00 00",
-         "06 00 00 00 40 00 00 00 00 00 00 00 01 00 00 00 02 00 00 00 14 00 00 00 14 00 00 00 "
-         "00 00 00 10 04 00 00 00 00 00 00 00 29 00 00 00 00 02 00 00 "
-         "02 00 04 00 02 00 00 00 00 00 00 00 40 00 00 00"},
-        // Five bytes padded to eight, inbound (flags 1).
-        {capture::Direction::ToEntity, "00 00 00 01 aa",
-         "06 00 00 00 34 00 00 00 00 00 00 00 01 00 00 00 02 00 00 00 05 00 00 00 05 00 00 00 "
-         "00 00 00 01 aa 00 00 00 02 00 04 00 01 00 00 00 00 00 00 00 34 00 00 00"},
-    };
-    for (const auto &c : cases) {
-        capture::Packet p;
-        p.direction = c.direction;
-        p.timestampUs = 0x100000002ull;
-        p.frame = bytes(c.frame);
-        EXPECT_EQ(hex(capture::packetBlock(p)), c.block);
-    }
+// The file header and the padding are tshark's and the round trip's to check; the time's word
+// order and the direction flags show only here. An empty deactivate request, outbound (flags 2).
+TEST(CaptureTest, PacketBlockLayout) {
+    capture::Packet p;
+    p.direction = capture::Direction::ToDaemon;
+    p.timestampUs = 0x100000002ull;
+    p.frame = bytes("00 00 00 10 04 00 00 00 00 00 00 00 29 00 00 00 00 02 00 00");
+    EXPECT_EQ(hex(capture::packetBlock(p)),
+              "06 00 00 00 40 00 00 00 00 00 00 00 01 00 00 00 02 00 00 00 14 00 00 00 14 00 00 00 "
+              "00 00 00 10 04 00 00 00 00 00 00 00 29 00 00 00 00 02 00 00 "
+              "02 00 04 00 02 00 00 00 00 00 00 00 40 00 00 00");
 }
 
 TEST(CaptureTest, WriterAndReaderRoundTrip) {
@@ -464,8 +427,6 @@ TEST(CaptureTest, WriterAndReaderRoundTrip) {
     std::string error;
     ASSERT_TRUE(capture::readFile(path, &packets, &error)) << error;
     ASSERT_EQ(packets.size(), 2u);
-    EXPECT_EQ(packets[0].direction,
-              capture::Direction::ToEntity);  // the tap run's close is ToDaemon
     EXPECT_EQ(hex(packets[0].frame), hex(odd));
     EXPECT_GT(packets[0].timestampUs, 1500000000ull * 1000000u) << "not wall-clock time";
 
