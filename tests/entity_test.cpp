@@ -1,5 +1,5 @@
 // Entity start-up and exit through the host framework: what init builds, what it registers, and
-// how it fails. (Its log lines and the version line are pinned by the golden transcripts.)
+// how it fails. (Its log lines and the version line are pinned by the golden transcript.)
 #include <binder/ProcessState.h>
 #include <errno.h>
 #include <fcntl.h>

@@ -4,7 +4,7 @@
 // event posted to task 202 becomes the exact Parcel at the simulated daemon (on a real local
 // socket), and the daemon's scripted answer becomes the exact reply the requester gets; TLV
 // requests refused by the daemon are re-sent in their plain form. Rows whose bytes the demo's
-// and the golden flows already pin (set-up and P-CSCF retried plain, modify) are not repeated,
+// and the golden flow already pin (set-up and P-CSCF retried plain, modify) are not repeated,
 // nor the handover, whose request and answered reply the dissector's run of more_frames.script
 // pins; an accepted TLV request waiting for the framework's result is reader_test's and
 // dispatcher_test's.

@@ -22,7 +22,7 @@ int a_helper_of_the_reader(int value) {
     return __LINE__ - 1;
 }
 
-// Priority and tag are pinned by the golden transcripts and notify_test; these are the prefix's
+// Priority and tag are pinned by the golden transcript and notify_test; these are the prefix's
 // columns, which the transcripts mask.
 TEST(LogTest, SignatureCutOrRightAlignedAndLineNumber) {
     LogCapture logs;

@@ -170,7 +170,7 @@ TEST_F(ReaderTest, EveryFrameEndsInItsRowOrIsDroppedOrIsFatal) {
 }
 
 // 40 payload bytes: one full line, and a partial one that is not logged. (The 128-byte ceiling is
-// the golden transcripts': their longer payloads dump four lines.)
+// the golden transcript's: its longer payloads dump four lines.)
 TEST_F(ReaderTest, PayloadDumpLogsOnlyFullLines) {
     std::vector<uint8_t> frame =
         bytes("00 00 00 38 00 00 00 00 00 00 00 00 05 01 00 00 00 00 00 00");
