@@ -270,14 +270,18 @@ TEST_F(RunnerTest, ReplayOfTheDemoCaptureDeliversTheSameEvents) {
     ASSERT_GE(deliveries(original).size(), 11u);
     EXPECT_EQ(deliveries(replayed), deliveries(original));
 
-    // A request the capture lacks is refused (6) and reported.
-    daemon = startSim(dir, {"--replay", cap});
+    // A request the capture lacks is refused (6) and reported; the replay speaks JSON on request.
+    daemon = startSim(dir, {"--replay", cap, "--format", "json"});
     Outcome lacking = runner(entity,
                              "wait EVENT_RILPROXY_STATE_IND 20000\n"
                              "post EVENT_RB_DM_HO_REQ 000102030405\nwait EVENT_HANDOVER_RESP\n");
-    EXPECT_EQ(daemon->wait().err,
+    Outcome lackingSim = daemon->wait();
+    EXPECT_EQ(lackingSim.err,
               "rild-sim: replay: HANDOVER(2112) serial 0x200 has no recorded answer left; "
               "answered 6\n");
+    expectInOrder(lackingSim.out,
+                  {R"({"kind":"rx","request_id":2112,"name":"HANDOVER","serial":512,)",
+                   R"({"kind":"tx","type":"response","serial":512,"result":6,)"});
     EXPECT_EQ(lacking.exitCode(), 0) << lacking.err;
     expectInOrder(lacking.out, {R"({"kind":"reply","id":4053,"name":"EVENT_HANDOVER_RESP","to":1,)"
                                 R"("len":8,"data":"0600000000000000"})"});

@@ -85,8 +85,10 @@ int main(int argc, char **argv) {
         fprintf(stderr, "rild-sim: bad socket name '%s'\n", options.name.c_str());
         return 2;
     }
-    if (!replayPath.empty() && options.chaosSeed != 0) {
-        fprintf(stderr, "rild-sim: --chaos and --replay do not go together\n");
+    // A replay answers what the capture holds: nothing else may choose its answers.
+    if (!replayPath.empty() && (options.chaosSeed != 0 || options.tlv)) {
+        fprintf(stderr, "rild-sim: --%s and --replay do not go together\n",
+                options.tlv ? "tlv" : "chaos");
         return 2;
     }
     setenv("ANDROID_SOCKET_DIR", socketDir.c_str(), 1);
@@ -110,7 +112,8 @@ int main(int argc, char **argv) {
         options.capture = &capture;
     }
     if (!replayPath.empty()) {
-        return rild_sim::serveReplay(&replay, options.name, acceptTimeoutMs, options.capture);
+        return rild_sim::serveReplay(&replay, options.name, acceptTimeoutMs, options.capture,
+                                     rild_sim::FrameLog(options.format, options.out));
     }
     try {
         rild_sim::SimProfile daemon(options);

@@ -44,7 +44,10 @@ bool parseChaosSeed(const std::string &text, uint32_t *seed) {
 }
 
 SimProfile::SimProfile(const ProfileOptions &options)
-    : mOptions(options), mSim(options.name), mRandom(options.chaosSeed) {
+    : mOptions(options),
+      mLog(options.format, options.out),
+      mSim(options.name),
+      mRandom(options.chaosSeed) {
     if (pipe2(mWake, O_CLOEXEC | O_NONBLOCK) != 0) {
         throw std::runtime_error(std::string("rild_sim: pipe: ") + strerror(errno));
     }
@@ -121,22 +124,6 @@ bool SimProfile::waitConnected(int timeoutMs) {
 bool SimProfile::waitSessionEnded(int timeoutMs) {
     std::unique_lock<std::mutex> hold(mLock);
     return mChanged.wait_for(hold, std::chrono::milliseconds(timeoutMs), [this] { return mEnded; });
-}
-
-void SimProfile::emit(const std::string &line) {
-    if (mOptions.out) {
-        mOptions.out(line);
-    } else {
-        tool_output::writeLine(line);
-    }
-}
-
-void SimProfile::note(const std::string &event) {
-    if (mOptions.format == OutputFormat::Json) {
-        emit("{\"kind\":\"rild\",\"event\":" + tool_output::jsonString(event) + "}");
-    } else {
-        emit("rild -- " + event);
-    }
 }
 
 SimProfile::Sent SimProfile::sent() {
@@ -249,19 +236,7 @@ void SimProfile::receive(const RequestFrame &request) {
     if (mOptions.capture) {
         mOptions.capture->write(capture::Direction::ToDaemon, requestFrameBytes(request));
     }
-    const std::string data = tool_output::hexLower(request.payload);
-    if (mOptions.format == OutputFormat::Json) {
-        emit("{\"kind\":\"rx\",\"request_id\":" + std::to_string(request.request_id) +
-             ",\"name\":" + tool_output::jsonString(requestName(request.request_id)) +
-             ",\"serial\":" + std::to_string(request.serial) +
-             ",\"sim_id\":" + std::to_string(request.sim_id) +
-             ",\"length\":" + std::to_string(request.length) + ",\"data\":\"" + data + "\"}");
-    } else {
-        emit(std::string("rild <- ") + requestName(request.request_id) + "(" +
-             std::to_string(request.request_id) + ") serial " + tool_output::hex32(request.serial) +
-             " sim " + std::to_string(request.sim_id) + ", " +
-             std::to_string(request.payload.size()) + " bytes: " + describeRequest(request));
-    }
+    mLog.request(request);
     mPending.push_back(request);
 }
 
@@ -313,16 +288,7 @@ void SimProfile::answer(const RequestFrame &request) {
                                           static_cast<uint32_t>(request.sim_id)};
     std::vector<uint8_t> frame =
         responseFrame(request.serial, answer.result, answer.payload, header);
-    if (mOptions.format == OutputFormat::Json) {
-        emit("{\"kind\":\"tx\",\"type\":\"response\",\"serial\":" + std::to_string(request.serial) +
-             ",\"result\":" + std::to_string(answer.result) + ",\"sim_id\":" +
-             std::to_string(request.sim_id) + ",\"length\":" + std::to_string(frame.size() - 4) +
-             ",\"data\":\"" + tool_output::hexLower(answer.payload) + "\"}");
-    } else {
-        emit(std::string("rild -> response serial ") + tool_output::hex32(request.serial) +
-             " result " + std::to_string(answer.result) + ", " +
-             std::to_string(answer.payload.size()) + " bytes: " + answer.summary);
-    }
+    logSent(frame, answer.summary);
     {
         std::lock_guard<std::mutex> hold(mLock);
         mSent.answers++;
@@ -340,21 +306,18 @@ void SimProfile::answer(const RequestFrame &request) {
 void SimProfile::sendUnsolicitedNow(int32_t id, const std::vector<uint8_t> &payload) {
     const std::vector<uint32_t> header = {RIL_FEATURE_MASK_SIM_ID, static_cast<uint32_t>(mSimId)};
     std::vector<uint8_t> frame = unsolicitedFrame(id, payload, header);
-    if (mOptions.format == OutputFormat::Json) {
-        emit("{\"kind\":\"tx\",\"type\":\"unsol\",\"id\":" + std::to_string(id) +
-             ",\"name\":" + tool_output::jsonString(unsolicitedName(id)) + ",\"sim_id\":" +
-             std::to_string(mSimId) + ",\"length\":" + std::to_string(frame.size() - 4) +
-             ",\"data\":\"" + tool_output::hexLower(payload) + "\"}");
-    } else {
-        emit(std::string("rild -> unsol ") + unsolicitedName(id) + "(" + std::to_string(id) +
-             ") sim " + std::to_string(mSimId) + ", " + std::to_string(payload.size()) + " bytes");
-    }
+    logSent(frame, "");
     {
         // Counted before it goes out, so a caller never sees the entity's notice of it first.
         std::lock_guard<std::mutex> hold(mLock);
         mSent.unsolicited++;
     }
     sendFrame(frame);
+}
+
+void SimProfile::logSent(const std::vector<uint8_t> &frame, const std::string &summary) {
+    DaemonFrame f;
+    if (parseDaemonFrame(frame, &f)) mLog.sent(f, summary);
 }
 
 void SimProfile::sendFrame(const std::vector<uint8_t> &frame) {

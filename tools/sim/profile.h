@@ -43,11 +43,10 @@
 #include <vector>
 
 #include "tools/capture/pcapng.h"
+#include "tools/sim/frame_log.h"
 #include "tools/sim/rild_sim.h"
 
 namespace rild_sim {
-
-enum class OutputFormat { Text, Json };
 
 // What the profile answers to one request.
 struct Answer {
@@ -152,13 +151,14 @@ private:
     bool held();
     void runCommands();
     void wake();
-    void emit(const std::string &line);
-    void note(const std::string &event);  // connection events: accepted, closed, ...
+    void note(const std::string &event) { mLog.note(event); }  // accepted, closed, ...
+    void logSent(const std::vector<uint8_t> &frame, const std::string &summary);
     void sendUnsolicitedNow(int32_t id, const std::vector<uint8_t> &payload);
     void sendFrame(const std::vector<uint8_t> &frame);
     void endSession();
 
     ProfileOptions mOptions;
+    FrameLog mLog;
     RildSim mSim;  // used by the daemon's thread only once start() has run
     int mWake[2] = {-1, -1};
     int mAcceptTimeoutMs = 0;

@@ -36,6 +36,15 @@ size_t typeOffset(const std::vector<uint8_t> &frame) {
     return 8 + h;
 }
 
+void logSent(const FrameLog &log, const std::vector<uint8_t> &frame, const std::string &summary) {
+    DaemonFrame f;
+    if (parseDaemonFrame(frame, &f)) {
+        log.sent(f, summary);
+    } else {
+        log.note("recorded frame of " + std::to_string(frame.size()) + " bytes, unreadable");
+    }
+}
+
 uint64_t monotonicUs() {
     timespec ts;
     clock_gettime(CLOCK_MONOTONIC, &ts);
@@ -87,7 +96,7 @@ bool buildReplay(const std::vector<capture::Packet> &packets, Replay *out, std::
 }
 
 int serveReplay(Replay *replay, const std::string &name, int acceptTimeoutMs,
-                capture::Writer *capture) {
+                capture::Writer *capture, const FrameLog &log) {
     std::unique_ptr<RildSim> sim;
     try {
         sim.reset(new RildSim(name));
@@ -95,15 +104,15 @@ int serveReplay(Replay *replay, const std::string &name, int acceptTimeoutMs,
         fprintf(stderr, "%s\n", e.what());
         return 1;
     }
-    tool_output::writeLine("rild -- replaying on " + sim->path());
+    log.note("replaying on " + sim->path());
     for (int waited = 0; !sim->acceptClient(1000);) {
         waited += 1000;
         if (acceptTimeoutMs > 0 && waited >= acceptTimeoutMs) {
-            tool_output::writeLine("rild -- no client");
+            log.note("no client");
             return 1;
         }
     }
-    tool_output::writeLine("rild -- client connected");
+    log.note("client connected");
     std::multimap<uint64_t, std::vector<uint8_t>> due;  // monotonic deadline -> frame or close
     auto schedule = [&](const std::vector<Replay::Timed> &items) {
         const uint64_t now = monotonicUs();
@@ -127,25 +136,18 @@ int serveReplay(Replay *replay, const std::string &name, int acceptTimeoutMs,
             std::vector<uint8_t> frame = due.begin()->second;
             due.erase(due.begin());
             if (frame.empty()) {
-                tool_output::writeLine("rild -- closing the connection (recorded)");
+                log.note("closing the connection (recorded)");
                 if (capture) capture->writeClose(capture::Direction::ToEntity);
                 sim->closeClient();
                 return 0;
             }
-            size_t type = typeOffset(frame);
-            tool_output::writeLine(
-                "rild -> recorded frame, " + std::to_string(frame.size()) + " bytes" +
-                (type != 0 && wordAt(frame, type) == RIL_RESP_TYPE_UNSOLICITED
-                     ? std::string(": unsol ") +
-                           unsolicitedName(static_cast<int32_t>(wordAt(frame, type + 4))) + "(" +
-                           std::to_string(wordAt(frame, type + 4)) + ")"
-                     : std::string()));
+            logSent(log, frame, "recorded");
             if (!send(frame)) return 0;
         }
         if (n <= 0 || (fd.revents & (POLLIN | POLLHUP | POLLERR)) == 0) continue;
         RequestFrame request;
         if (!sim->readRequest(&request, kFrameReadTimeoutMs)) {
-            tool_output::writeLine("rild -- connection closed by the entity");
+            log.note("connection closed by the entity");
             if (capture) capture->writeClose(capture::Direction::ToDaemon);
             return 0;
         }
@@ -153,7 +155,7 @@ int serveReplay(Replay *replay, const std::string &name, int acceptTimeoutMs,
         const std::string label = std::string(requestName(request.request_id)) + "(" +
                                   std::to_string(request.request_id) + ") serial " +
                                   tool_output::hex32(request.serial);
-        tool_output::writeLine("rild <- " + label);
+        log.request(request);
         auto &queue = replay->byRequest[request.request_id];
         Replay::Exchange exchange;
         if (!queue.empty()) {
@@ -169,9 +171,7 @@ int serveReplay(Replay *replay, const std::string &name, int acceptTimeoutMs,
             // The live entity numbers its requests afresh: the answer carries its serial.
             memcpy(answer.data() + typeOffset(answer) + 4, &request.serial, 4);
         }
-        tool_output::writeLine(
-            "rild -> response serial " + tool_output::hex32(request.serial) + " result " +
-            std::to_string(static_cast<int32_t>(wordAt(answer, typeOffset(answer) + 8))));
+        logSent(log, answer, exchange.response.empty() ? "no recorded answer" : "recorded");
         if (!send(answer)) return 0;
         schedule(exchange.after);
     }

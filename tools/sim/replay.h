@@ -6,7 +6,8 @@
 //
 //     rild_sim::Replay replay;
 //     if (!rild_sim::buildReplay(packets, &replay, &error)) ...
-//     return rild_sim::serveReplay(&replay, "rild-zok", acceptTimeoutMs, &writer);
+//     rild_sim::FrameLog log(rild_sim::OutputFormat::Text, nullptr);
+//     return rild_sim::serveReplay(&replay, "rild-zok", acceptTimeoutMs, &writer, log);
 #ifndef ZOK_TOOLS_SIM_REPLAY_H
 #define ZOK_TOOLS_SIM_REPLAY_H
 
@@ -18,6 +19,7 @@
 #include <vector>
 
 #include "tools/capture/pcapng.h"
+#include "tools/sim/frame_log.h"
 
 namespace rild_sim {
 
@@ -40,9 +42,10 @@ bool buildReplay(const std::vector<capture::Packet> &packets, Replay *out, std::
 
 // Listens on `name` in the reserved namespace, serves one entity and returns the exit status:
 // 0 once the session ended (either side closed), 1 when no entity came in `acceptTimeoutMs`
-// (0: wait for ever) or the socket cannot be set up. `capture` may be null.
+// (0: wait for ever) or the socket cannot be set up. `capture` may be null; every frame and
+// connection event is printed through `log`.
 int serveReplay(Replay *replay, const std::string &name, int acceptTimeoutMs,
-                capture::Writer *capture);
+                capture::Writer *capture, const FrameLog &log);
 
 }  // namespace rild_sim
 
