@@ -5,8 +5,11 @@
 
 #include <cutils/properties.h>
 #include <errno.h>
+#include <poll.h>
 
+#include <algorithm>
 #include <regex>
+#include <thread>
 
 #include "core/framework_calls.h"
 #include "support/framework_fixture.h"
@@ -209,10 +212,11 @@ TEST_F(ReaderTest, PipeWinsOverSocketAndIsDrainedInSteps) {
                                      strerror(EBADF) + ")"));
 }
 
-// The deadlock the reader must not walk into: the task thread holds sock_mutex (here, this
-// thread does), the socket takes no more bytes because the daemon is not reading, and a refused
-// TLV request must be re-sent. The reader still returns from the frame, so it goes on reading and
-// the daemon can move; the re-sent frame goes out whole once the socket drains.
+// The deadlock the reader must not walk into: the task thread is inside a send under sock_mutex
+// (here a 1 MiB frame) to a daemon that is not reading, and a refused TLV request must be re-sent.
+// The reader still returns from the frame, so it goes on reading and the daemon can move. The
+// task thread's frame goes out whole, its pipe byte wakes the reader, and the re-sent frame follows
+// whole once the socket, full again, drains.
 TEST_F(ReaderTest, RefusedTlvRetryWaitsNeitherForTheTaskThreadNorForAFullSocket) {
     property_set("persist.vendor.radio.simswitch", "2");  // capability SIM 1
     t.reset(new TestContext);
@@ -222,26 +226,46 @@ TEST_F(ReaderTest, RefusedTlvRetryWaitsNeitherForTheTaskThreadNorForAFullSocket)
             ctx, vopa_host::new_event(EVENT_LAST_DATA_CALL_FAIL_CAUSE_REQ, "", 1, 31)) |
         RIL_SERIAL_RETRY_FLAG;
     ASSERT_EQ(serial, 0x40000200u);
-    RilproxyMutexHold taskThread(&ctx->cmd_thread.sock_mutex);
+    std::vector<uint8_t> big(1 << 20, 0x5a);
+    std::thread taskThread([&] {
+        rilproxy_ril_requset_param_t param;
+        param.request_id = RIL_REQUEST_RADIO_POWER;
+        param.serial_no = 0x100;
+        param.parcel.setData(big.data(), big.size());
+        RilproxyMutexHold hold(&ctx->cmd_thread.sock_mutex);
+        EXPECT_EQ(rilproxy_send_ril_request(t->own, &param), 0);
+    });
+    pollfd sending = {t->peer, POLLIN, 0};  // its first bytes: it holds the socket now
+    ASSERT_EQ(poll(&sending, 1, 5000), 1);
+    std::vector<uint8_t> refused =
+        bytes("00 00 00 10 00 00 00 00 00 00 00 00 00 02 00 40 06 00 00 00");
+    ASSERT_EQ(write(t->peer, refused.data(), refused.size()), ssize_t(refused.size()));
+
+    EXPECT_EQ(rilproxy_read_one_frame(ctx, t->own), RILPROXY_FRAME_OK);
+    EXPECT_EQ(rilproxy_flush_reader_outbox(t->own), RILPROXY_OUTBOX_WAITS_FOR_TOKEN);
+    auto drain = [&](size_t size) {
+        std::vector<uint8_t> got(size);
+        for (size_t at = 0; at < size;) {
+            ssize_t n = recv(t->peer, got.data() + at, size - at, 0);
+            if (n <= 0) break;
+            at += n;
+        }
+        return got;
+    };
+    std::vector<uint8_t> frame = drain(20 + big.size());
+    taskThread.join();
+    EXPECT_EQ(hex(frame.data(), 20), "00 10 00 10 04 00 00 00 01 00 00 00 17 00 00 00 00 01 00 00");
+    EXPECT_TRUE(std::equal(big.begin(), big.end(), frame.begin() + 20)) << "frames interleaved";
+    EXPECT_EQ(rilproxy_check_thread_pipe(&ctx->cmd_thread, -1, 0), 0) << "the reader not woken";
+
     size_t filled = 0;
     std::vector<char> filler(65536, 'f');
     for (size_t chunk = filler.size(); chunk > 0; chunk /= 2) {
         ssize_t n;
         while ((n = send(t->own, filler.data(), chunk, MSG_DONTWAIT)) > 0) filled += n;
     }
-    std::vector<uint8_t> refused =
-        bytes("00 00 00 10 00 00 00 00 00 00 00 00 00 02 00 40 06 00 00 00");
-    ASSERT_EQ(write(t->peer, refused.data(), refused.size()), ssize_t(refused.size()));
-
-    EXPECT_EQ(rilproxy_read_one_frame(ctx, t->own), RILPROXY_FRAME_OK);
     EXPECT_EQ(rilproxy_flush_reader_outbox(t->own), RILPROXY_OUTBOX_WAITS_FOR_SOCKET);
-    std::vector<char> drained(filled);
-    size_t got = 0;
-    while (got < filled) {
-        ssize_t n = recv(t->peer, drained.data() + got, filled - got, 0);
-        ASSERT_GT(n, 0);
-        got += n;
-    }
+    ASSERT_EQ(drain(filled).size(), filled);
     EXPECT_EQ(t->received(), "");  // nothing of the re-sent frame before its turn
     EXPECT_EQ(rilproxy_flush_reader_outbox(t->own), RILPROXY_OUTBOX_EMPTY);
     EXPECT_EQ(t->received(), "00 00 00 10 04 00 00 00 01 00 00 00 38 00 00 00 00 03 00 00");
