@@ -34,6 +34,9 @@ struct DaemonFrame {
     std::vector<uint8_t> payload;
 };
 
+// The host-order word at `offset` of a frame; the caller has checked that it lies inside.
+uint32_t frameWordAt(const std::vector<uint8_t> &frame, size_t offset);
+
 // False when `frame` is too short for its own header, type and type words.
 bool parseDaemonFrame(const std::vector<uint8_t> &frame, DaemonFrame *out);
 

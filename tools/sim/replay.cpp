@@ -22,16 +22,10 @@ namespace {
 
 constexpr int kFrameReadTimeoutMs = 5000;
 
-uint32_t wordAt(const std::vector<uint8_t> &frame, size_t offset) {
-    uint32_t w;
-    memcpy(&w, frame.data() + offset, 4);
-    return w;
-}
-
 // Offset of a daemon frame's type word, or 0 when the frame cannot hold it.
 size_t typeOffset(const std::vector<uint8_t> &frame) {
     if (frame.size() < 12) return 0;
-    uint32_t h = wordAt(frame, 4);
+    uint32_t h = frameWordAt(frame, 4);
     if (h > frame.size() - 12) return 0;
     return 8 + h;
 }
@@ -67,10 +61,10 @@ bool buildReplay(const std::vector<capture::Packet> &packets, Replay *out, std::
                 *error = where + ": request frame too short";
                 return false;
             }
-            auto &queue = out->byRequest[static_cast<int32_t>(wordAt(p.frame, 12))];
+            auto &queue = out->byRequest[static_cast<int32_t>(frameWordAt(p.frame, 12))];
             queue.emplace_back();  // a deque keeps the addresses of its elements
             last = &queue.back();
-            waiting[wordAt(p.frame, 16)] = last;
+            waiting[frameWordAt(p.frame, 16)] = last;
             lastTs = p.timestampUs;
             continue;
         }
@@ -80,9 +74,9 @@ bool buildReplay(const std::vector<capture::Packet> &packets, Replay *out, std::
             *error = where + ": daemon frame too short";
             return false;
         }
-        if (type != 0 && wordAt(p.frame, type) == RIL_RESP_TYPE_SOLICITED &&
+        if (type != 0 && frameWordAt(p.frame, type) == RIL_RESP_TYPE_SOLICITED &&
             p.frame.size() >= type + 12) {
-            auto it = waiting.find(wordAt(p.frame, type + 4));
+            auto it = waiting.find(frameWordAt(p.frame, type + 4));
             if (it != waiting.end()) {
                 it->second->response = p.frame;
                 waiting.erase(it);
@@ -152,9 +146,6 @@ int serveReplay(Replay *replay, const std::string &name, int acceptTimeoutMs,
             return 0;
         }
         if (capture) capture->write(capture::Direction::ToDaemon, requestFrameBytes(request));
-        const std::string label = std::string(requestName(request.request_id)) + "(" +
-                                  std::to_string(request.request_id) + ") serial " +
-                                  tool_output::hex32(request.serial);
         log.request(request);
         auto &queue = replay->byRequest[request.request_id];
         Replay::Exchange exchange;
@@ -164,8 +155,10 @@ int serveReplay(Replay *replay, const std::string &name, int acceptTimeoutMs,
         }
         std::vector<uint8_t> answer = exchange.response;
         if (answer.empty()) {
-            fprintf(stderr, "rild-sim: replay: %s has no recorded answer left; answered %d\n",
-                    label.c_str(), ZOKRIL_E_REQUEST_NOT_SUPPORTED);
+            fprintf(stderr,
+                    "rild-sim: replay: %s(%d) serial %s has no recorded answer left; answered %d\n",
+                    requestName(request.request_id), request.request_id,
+                    tool_output::hex32(request.serial).c_str(), ZOKRIL_E_REQUEST_NOT_SUPPORTED);
             answer = responseFrame(request.serial, ZOKRIL_E_REQUEST_NOT_SUPPORTED, {});
         } else {
             // The live entity numbers its requests afresh: the answer carries its serial.
