@@ -16,13 +16,9 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <iostream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -132,18 +128,9 @@ capture::Writer *gCapture = nullptr;  // never destroyed: threads record until t
     finish(2);
 }
 
-// Microseconds on CLOCK_MONOTONIC: the same clock for every object of a run, whichever thread
-// wrote it, and immune to wall-clock steps.
-uint64_t monotonicUs() {
-    struct timespec ts;
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return static_cast<uint64_t>(ts.tv_sec) * 1000000u + static_cast<uint64_t>(ts.tv_nsec) / 1000;
-}
-
-// Every JSON object on stdout gets its time as it is written, the daemon's lines included.
+// Every JSON object on stdout carries its time, the daemon's lines included.
 void writeJson(const std::string &object) {
-    tool_output::writeLine(object.substr(0, object.size() - 1) +
-                           ",\"mono_us\":" + std::to_string(monotonicUs()) + "}");
+    tool_output::writeTimedJson(object);
 }
 
 std::string deliveryJson(const vopa_host::Delivery &d) {
