@@ -50,36 +50,60 @@ const char *typeName(int32_t type) {
     return "?";
 }
 
+std::string joined(const std::vector<std::string> &items) {
+    std::string out;
+    for (const std::string &item : items) out += (out.empty() ? "" : ",") + item;
+    return out;
+}
+
+std::vector<std::string> pcscfList(const dm_pcscf_t &p) {
+    std::vector<std::string> out;
+    for (unsigned i = 0; i < p.count && i < ZOK_PCSCF_MAX; i++) {
+        uint32_t v4;
+        memcpy(&v4, p.address[i], sizeof(v4));
+        out.push_back((p.ipv6Mask >> i) & 1 ? ipv6(p.address[i]) : ipv4(v4));
+    }
+    return out;
+}
+
+// A data call's addresses as texts: those of its type, the DNS servers, the gateways set.
+struct CallAddresses {
+    std::vector<std::string> addresses, dnses, gateways;
+};
+
+CallAddresses addressesOf(const ZOK_Data_Call_Response_v11 &d) {
+    CallAddresses a;
+    if (d.type == 0 || d.type == 2) a.addresses.push_back(ipv4(d.ipv4Address));
+    if (d.type == 1 || d.type == 2) a.addresses.push_back(ipv6(d.ipv6Address));
+    for (uint32_t i = 0; i < d.ipv4DnsNum && i < ZOK_DNS_MAX; i++) {
+        a.dnses.push_back(ipv4(d.ipv4Dns[i]));
+    }
+    for (uint32_t i = 0; i < d.ipv6DnsNum && i < ZOK_DNS_MAX; i++) {
+        a.dnses.push_back(ipv6(d.ipv6Dns[i]));
+    }
+    unsigned char gw6[16];
+    memcpy(gw6, d.ipv6Gateway, sizeof(gw6));
+    static const unsigned char kZero[16] = {};
+    if (d.ipv4Gateway != 0) a.gateways.push_back(ipv4(d.ipv4Gateway));
+    if (memcmp(gw6, kZero, sizeof(gw6)) != 0) a.gateways.push_back(ipv6(gw6));
+    return a;
+}
+
 std::string dataCall(const ZOK_Data_Call_Response_v11 &d) {
+    const CallAddresses a = addressesOf(d);
     std::string s =
         "cid " + std::to_string(d.cid) + " active " + std::to_string(d.active) + " status " +
         std::to_string(d.status) + " " + typeName(d.type) + " " +
         tool_output::escapeText(std::string(d.ifname, strnlen(d.ifname, sizeof(d.ifname))));
-    if (d.type == 0 || d.type == 2) s += " " + ipv4(d.ipv4Address);
-    if (d.type == 1 || d.type == 2) s += " " + ipv6(d.ipv6Address);
-    std::string dns;
-    for (uint32_t i = 0; i < d.ipv4DnsNum && i < ZOK_DNS_MAX; i++) dns += "," + ipv4(d.ipv4Dns[i]);
-    for (uint32_t i = 0; i < d.ipv6DnsNum && i < ZOK_DNS_MAX; i++) dns += "," + ipv6(d.ipv6Dns[i]);
-    if (!dns.empty()) s += " dns " + dns.substr(1);
-    unsigned char gw6[16];
-    memcpy(gw6, d.ipv6Gateway, sizeof(gw6));
-    static const unsigned char kZero[16] = {};
-    std::string gw;
-    if (d.ipv4Gateway != 0) gw += "," + ipv4(d.ipv4Gateway);
-    if (memcmp(gw6, kZero, sizeof(gw6)) != 0) gw += "," + ipv6(gw6);
-    if (!gw.empty()) s += " gw " + gw.substr(1);
+    for (const std::string &address : a.addresses) s += " " + address;
+    if (!a.dnses.empty()) s += " dns " + joined(a.dnses);
+    if (!a.gateways.empty()) s += " gw " + joined(a.gateways);
     s += " mtu " + std::to_string(d.mtuSize);
     return s;
 }
 
 std::string pcscf(const dm_pcscf_t &p) {
-    std::string s;
-    for (unsigned i = 0; i < p.count && i < ZOK_PCSCF_MAX; i++) {
-        s += i == 0 ? "" : ",";
-        uint32_t v4;
-        memcpy(&v4, p.address[i], sizeof(v4));
-        s += (p.ipv6Mask >> i) & 1 ? ipv6(p.address[i]) : ipv4(v4);
-    }
+    std::string s = joined(pcscfList(p));
     return s.empty() ? "none" : s;
 }
 
@@ -136,29 +160,8 @@ std::string fixedText(const char *text, size_t size) {
     return std::string(text, strnlen(text, size));
 }
 
-std::vector<std::string> pcscfList(const dm_pcscf_t &p) {
-    std::vector<std::string> out;
-    for (unsigned i = 0; i < p.count && i < ZOK_PCSCF_MAX; i++) {
-        uint32_t v4;
-        memcpy(&v4, p.address[i], sizeof(v4));
-        out.push_back((p.ipv6Mask >> i) & 1 ? ipv6(p.address[i]) : ipv4(v4));
-    }
-    return out;
-}
-
 std::string dataCallFields(int32_t status, const ZOK_Data_Call_Response_v11 &d) {
-    std::vector<std::string> addresses, dnses, gateways;
-    if (d.type == 0 || d.type == 2) addresses.push_back(ipv4(d.ipv4Address));
-    if (d.type == 1 || d.type == 2) addresses.push_back(ipv6(d.ipv6Address));
-    for (uint32_t i = 0; i < d.ipv4DnsNum && i < ZOK_DNS_MAX; i++)
-        dnses.push_back(ipv4(d.ipv4Dns[i]));
-    for (uint32_t i = 0; i < d.ipv6DnsNum && i < ZOK_DNS_MAX; i++)
-        dnses.push_back(ipv6(d.ipv6Dns[i]));
-    unsigned char gw6[16];
-    memcpy(gw6, d.ipv6Gateway, sizeof(gw6));
-    static const unsigned char kZero[16] = {};
-    if (d.ipv4Gateway != 0) gateways.push_back(ipv4(d.ipv4Gateway));
-    if (memcmp(gw6, kZero, sizeof(gw6)) != 0) gateways.push_back(ipv6(gw6));
+    const CallAddresses a = addressesOf(d);
     return Fields()
         .num("status", status)
         .num("suggested_retry_time", d.suggestedRetryTime)
@@ -166,9 +169,9 @@ std::string dataCallFields(int32_t status, const ZOK_Data_Call_Response_v11 &d) 
         .num("active", d.active)
         .text("type", typeName(d.type))
         .text("ifname", fixedText(d.ifname, sizeof(d.ifname)))
-        .texts("addresses", addresses)
-        .texts("dnses", dnses)
-        .texts("gateways", gateways)
+        .texts("addresses", a.addresses)
+        .texts("dnses", a.dnses)
+        .texts("gateways", a.gateways)
         .num("mtu", d.mtuSize)
         .num("sim_id", d.simId)
         .str();
