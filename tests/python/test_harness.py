@@ -1,5 +1,6 @@
 # rilproxy-host's harness protocol through the Python client, and the runner's refusals of bad
 # input, as a harness and a person at a shell meet them.
+import json
 import os
 import re
 import signal
@@ -29,7 +30,7 @@ def test_every_line_gets_one_answer_and_the_status_counts_failures(runner_path, 
                                                                    status):
     proc = run(runner_path, ["--sim", "--quiet", "--interactive", "--format", "json"],
                "".join(l + "\n" for l in lines))
-    objects = [__import__("json").loads(l) for l in proc.stdout.decode().splitlines()]
+    objects = [json.loads(l) for l in proc.stdout.decode().splitlines()]
     answers = [o for o in objects if o["kind"] in ("done", "error")]
     assert [(o["line"], o["kind"]) for o in answers] == list(enumerate(kinds, 1))
     assert proc.returncode == status, proc.stderr
@@ -139,3 +140,33 @@ def test_bad_inputs_are_one_line_naming_the_input(runner_path, scratch, args, sc
     err = proc.stderr.decode()
     assert proc.returncode == 2
     assert err.count("\n") == 1 and message.format(dir=scratch) in err, err
+
+
+def test_demo_records_carry_their_decoded_fields(runner_path):
+    demo = os.path.join(os.path.dirname(__file__), "..", "..", "examples", "demo.script")
+    proc = run(runner_path, ["--sim", "--quiet", "--format", "json", demo])
+    assert proc.returncode == 0, proc.stderr
+    fields = {}
+    for o in map(json.loads, proc.stdout.decode().splitlines()):
+        if o["kind"] not in ("post", "rx", "tx", "rild"):
+            fields.setdefault(o["name"], o.get("fields"))
+    bearer = {"status": 0, "cid": 2, "primary_cid": 1, "bearer_id": 6, "active": 1,
+              "tft": {"operation": 1, "filters": [{
+                  "address": "10.0.0.9", "protocol": 17, "local_port_low": 50000,
+                  "local_port_high": 50010, "remote_port_low": 30000, "remote_port_high": 30010}]},
+              "pcscf": ["10.0.0.10"], "index": 0, "of": 1}
+    expected = {
+        "EVENT_SETUP_DEDICATE_DATA_CALL_RESP": dict(bearer, qos=[1, 128, 128, 128, 128]),
+        "EVENT_MODIFY_DATA_CALL_RESP": dict(bearer, qos=[1, 256, 256, 256, 256]),
+        "EVENT_PCSCF_DISCOVERY_PCO_RESP": {"status": 0, "pcscf": ["10.0.0.10", "2001:db8::10"]},
+        "EVENT_RILPROXY_ATCMD_RESP": {"token": 0x1234, "status": 0, "text": "OK\r\n"},
+        "EVENT_RILPROXY_CONNECT": {"result": 0},
+        "EVENT_RILPROXY_STATE_IND": {"state": 0},
+        "EVENT_DEACTIVATE_DATA_CALL_RESP": {"status": 0},
+        "EVENT_DATA_NOTIFICATION_REQ": None,
+    }
+    for name, want in expected.items():
+        assert fields[name] == want, name
+    listed = fields["EVENT_DATA_CALL_LIST_CHANGED_IND"]
+    assert (listed["cid"], listed["addresses"], listed["gateways"]) == \
+        (1, ["10.0.0.2", "2001:db8::2"], ["10.0.0.1"])

@@ -308,7 +308,7 @@ std::string eventFields(int32_t id, const std::vector<uint8_t> &data) {
         case EVENT_RILPROXY_ATCMD_RESP: {
             auto r = record<AtCommandResponse>(data);
             Fields f;
-            f.num("token", static_cast<int64_t>(reinterpret_cast<uintptr_t>(r->token)))
+            f.raw("token", std::to_string(reinterpret_cast<uintptr_t>(r->token)))
                 .num("status", r->status);
             if (r->status == AT_STATUS_OK || r->status == AT_STATUS_AT_ERROR) {
                 f.text("text", fixedText(r->text, sizeof(r->text)));
