@@ -64,6 +64,12 @@ def test_data_call_by_name_with_decoded_fields_and_failures_by_name(runner_path)
         with pytest.raises(LineError, match=r"bad RIL request 'RIL_REQUEST_NOPE'") as e:
             rig.sim("fail", "RIL_REQUEST_NOPE", 14)
         assert e.value.line == 8
+        # A blank and a carriage return reach the daemon as typed, on the channel's request id.
+        rig.at(308, 0, 0x77, "AT+X=1 2\r")
+        assert rig.wait("EVENT_RILPROXY_ATCMD_RESP")["fields"]["token"] == 0x77
+        request = rig.events("rx")[-1]
+        assert request["name"] == "ZOKRIL_REQUEST_SEND_AT_CMD_EXT"
+        assert bytes.fromhex(request["data"])[8:17] == b"AT+X=1 2\r"
         assert rig.close() == 1
 
 

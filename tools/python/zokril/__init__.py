@@ -88,11 +88,14 @@ class Runner:
 
     # -- the protocol ---------------------------------------------------------------------
 
-    def command(self, text):
-        """Runs one line and returns its done object; raises LineError with the line's error."""
+    def command(self, text, seconds=0.0):
+        """Runs one line and returns its done object; raises LineError with the line's error.
+
+        seconds: how long the line itself may take (a wait's time-out), beyond `timeout`.
+        """
         self.send_last(text)
         while True:
-            obj = self._next_object()
+            obj = self._next_object(self.timeout + seconds)
             if obj.get("kind") in ("done", "error") and obj.get("line") == self._line:
                 if obj["kind"] == "error":
                     raise LineError(self._line, text, obj["message"])
@@ -118,7 +121,7 @@ class Runner:
                 pass
         try:
             while True:
-                self._next_object()
+                self._next_object(self.timeout)
         except RunnerGone:
             pass
         return self._proc.wait(timeout=self.timeout)
@@ -143,11 +146,10 @@ class Runner:
     def wait(self, event, timeout_ms=None):
         """Waits for the next delivery of `event` and returns it (with "fields" when decoded)."""
         words = ["wait", str(event)] + ([str(timeout_ms)] if timeout_ms is not None else [])
-        return self.command(" ".join(words))["delivery"]
+        return self.command(" ".join(words), (timeout_ms or 5000) / 1000)["delivery"]
 
     def at(self, channel, sim_id, token, text):
-        return self.command("at %d %d %d %s" % (channel, sim_id, token,
-                                               text.replace("\r", "\\r").replace("\n", "\\n")))
+        return self.command("at %d %d %d %s" % (channel, sim_id, token, _escape(text)))
 
     def sim(self, *words):
         """A `sim` command: sim("fail", "RIL_REQUEST_SETUP_DATA_CALL", 14), sim("hold")."""
@@ -155,8 +157,9 @@ class Runner:
 
     def wait_request(self, request, timeout_ms=None):
         """Waits until the daemon has read the next `request` (id or RIL name)."""
-        words = ["wait-request", str(request)] + ([str(timeout_ms)] if timeout_ms else [])
-        return self.sim(*words)
+        words = ["sim", "wait-request", str(request)]
+        words += [str(timeout_ms)] if timeout_ms is not None else []
+        return self.command(" ".join(words), (timeout_ms or 5000) / 1000)
 
     def events(self, kind=None, name=None):
         """The objects read so far, of one kind ("reply", "rx", "post", ...) and/or name."""
@@ -165,13 +168,13 @@ class Runner:
 
     # -- the stream -----------------------------------------------------------------------
 
-    def _next_object(self):
-        deadline = time.monotonic() + self.timeout
+    def _next_object(self, seconds):
+        deadline = time.monotonic() + seconds
         while b"\n" not in self._buffer:
             left = deadline - time.monotonic()
             ready = select.select([self._proc.stdout], [], [], max(left, 0))[0] if left > 0 else []
             if not ready:
-                raise RunnerGone("no answer within %.0f s after line %d" % (self.timeout, self._line))
+                raise RunnerGone("no answer within %.0f s after line %d" % (seconds, self._line))
             chunk = os.read(self._proc.stdout.fileno(), 1 << 16)
             if not chunk:
                 raise RunnerGone("the runner ended (status %s) before answering line %d"
