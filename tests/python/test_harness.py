@@ -3,6 +3,7 @@
 import json
 import os
 import re
+import shutil
 import signal
 import subprocess
 import tempfile
@@ -124,7 +125,25 @@ def test_chaos_seed_replays_its_choices_and_explains_an_accepted_tlv_request(run
 @pytest.fixture(scope="module")
 def scratch():
     with tempfile.TemporaryDirectory() as d:
+        os.chmod(d, 0o755)  # for the unreadable script's other user
         yield d
+
+
+def test_an_unreadable_script_is_refused(runner_path, scratch):
+    path = os.path.join(scratch, "locked.script")
+    with open(path, "w") as f:
+        f.write("quit\n")
+    os.chmod(path, 0)
+    prefix = []
+    if os.geteuid() == 0:  # root reads any file: run as nobody
+        prefix = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
+        if not shutil.which("setpriv") or \
+                subprocess.run(prefix + [runner_path, "--help"], capture_output=True).returncode:
+            pytest.skip("no other user can run the runner here")
+    proc = subprocess.run(prefix + [runner_path, "--sim", path], capture_output=True, timeout=60)
+    assert proc.returncode == 2
+    assert proc.stderr.decode() == \
+        "rilproxy-host: cannot read script %s: Permission denied (see --help)\n" % path
 
 
 @pytest.mark.parametrize("args,script,message", [
