@@ -301,7 +301,8 @@ bool mayWaitOnTlv(int32_t eventId) {
            eventId == EVENT_LAST_DATA_CALL_FAIL_CAUSE_RESP;
 }
 
-// A wait that cannot end on its own is worse than a slow one: say why, once, in the error.
+// With --chaos a wait for the reply to an accepted TLV request can never end (the reply is the
+// framework's to post), which looks like an entity fault unless the error says so.
 std::string waitTimedOut(const runner::Command &c) {
     std::string message = std::string("wait ") + std::to_string(c.id) + " (" +
                           event_get_name(c.id) + "): nothing delivered within " +
