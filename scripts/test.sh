@@ -20,8 +20,9 @@ need=(cmake ninja-build g++ googletest clang-format g++-aarch64-linux-gnu qemu-u
 for s in "${stages[@]}"; do
   case "$s" in
     coverage) need+=(gcovr) ;;
-    # The native suite checks the Wireshark dissector with tshark (skipped where it is missing).
-    native) need+=(tshark) ;;
+    # The native suite checks the Wireshark dissector with tshark and the harness client with
+    # pytest (each skipped where it is missing).
+    native) need+=(tshark python3-pytest) ;;
     clang) need+=(clang) ;;
     fuzz) need+=(clang libclang-rt-14-dev) ;;
     valgrind) need+=(valgrind) ;;

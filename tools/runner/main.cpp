@@ -7,18 +7,18 @@
 //     rilproxy-host --socket-dir /tmp/socks --format json < my.script
 #include <cutils/properties.h>
 #include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
 #include <host/log_capture.h>
 #include <limits.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <iostream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -27,6 +27,7 @@
 #include "tools/capture/pcapng.h"
 #include "tools/runner/script.h"
 #include "tools/runner/summary.h"
+#include "tools/sim/names.h"
 #include "tools/sim/output.h"
 #include "tools/sim/profile.h"
 #include "tools/tap/relay.h"
@@ -55,6 +56,7 @@ struct Options {
     bool json = false;
     bool quiet = false;
     bool interactive = false;
+    bool listNames = false;
     std::string capture;
     std::string script;  // empty or "-": standard input
 };
@@ -79,7 +81,9 @@ const char kUsage[] =
     "  --quiet             no entity log lines on stderr\n"
     "  --capture FILE      record every frame on the RIL socket (pcapng, docs/capture.md)\n"
     "  --interactive       run each command as its line arrives on standard input; a bad\n"
-    "                      line or a failed wait is reported on stderr and the run goes on\n"
+    "                      line or a failed wait is reported and the run goes on (with\n"
+    "                      --format json: one done or error object per line on stdout)\n"
+    "  --list-names        print the RIL request, unsolicited and result names and exit\n"
     "  --help              this text\n"
     "\n"
     "commands (one per line; '#' starts a comment):\n"
@@ -90,14 +94,20 @@ const char kUsage[] =
     "  wait EVENT [TIMEOUT_MS]            wait for the next delivery of EVENT (default 5000)\n"
     "  sleep MS\n"
     "  sim unsol NAME | sim unsol ID [HEX]   NAME: data-call-list, bearer-activated,\n"
-    "                                     bearer-modified, bearer-deactivated, data-call-response\n"
-    "  sim fail RIL_REQUEST RESULT        answer that request with RESULT (0: normal again)\n"
+    "                                     bearer-modified, bearer-deactivated, "
+    "data-call-response;\n"
+    "                                     ID: a number or RIL_UNSOL_... name\n"
+    "  sim fail REQUEST RESULT            answer that request (id or RIL name) with RESULT "
+    "(number\n"
+    "                                     or ZOKRIL_E_... name; 0: normal again)\n"
+    "  sim wait-request REQUEST [TIMEOUT_MS]  wait until the daemon has read the next such "
+    "request\n"
     "  sim close                          drop the connection; the entity's teardown ends the run\n"
     "  sim hold | sim release             queue the daemon's answers / answer the queue and go on\n"
     "  quit                               exit 0 (also at the end of the script)\n"
     "\n"
-    "exit status: 0 done (or the entity's teardown), 1 run-time failure (a wait timed out),\n"
-    "2 bad options or script.\n";
+    "exit status: 0 done (or the entity's teardown), 1 run-time failure (a wait timed out;\n"
+    "with --interactive: any line failed), 2 bad options or script.\n";
 
 Options gOptions;
 capture::Writer *gCapture = nullptr;  // never destroyed: threads record until the very end
@@ -112,19 +122,31 @@ capture::Writer *gCapture = nullptr;  // never destroyed: threads record until t
     _exit(status);
 }
 
+// One line naming the input at fault; the usage is --help's.
 [[noreturn]] void usageError(const std::string &message) {
-    fprintf(stderr, "rilproxy-host: %s\n%s", message.c_str(), kUsage);
+    fprintf(stderr, "rilproxy-host: %s (see --help)\n", message.c_str());
     finish(2);
+}
+
+// Every JSON object on stdout carries its time, the daemon's lines included.
+void writeJson(const std::string &object) {
+    tool_output::writeTimedJson(object);
+}
+
+std::string deliveryJson(const vopa_host::Delivery &d) {
+    std::string fields = runner::eventFields(d.id, d.data);
+    return std::string("{\"kind\":\"") + vopa_host::kind_name(d.kind) +
+           "\",\"id\":" + std::to_string(d.id) +
+           ",\"name\":" + tool_output::jsonString(event_get_name(d.id)) +
+           ",\"to\":" + std::to_string(d.to) + ",\"len\":" + std::to_string(d.data.size()) +
+           ",\"data\":\"" + tool_output::hexLower(d.data) + "\"" +
+           (fields.empty() ? "" : ",\"fields\":" + fields) + "}";
 }
 
 void emitDelivery(const vopa_host::Delivery &d) {
     const char *name = event_get_name(d.id);
     if (gOptions.json) {
-        tool_output::writeLine(
-            std::string("{\"kind\":\"") + vopa_host::kind_name(d.kind) +
-            "\",\"id\":" + std::to_string(d.id) + ",\"name\":" + tool_output::jsonString(name) +
-            ",\"to\":" + std::to_string(d.to) + ",\"len\":" + std::to_string(d.data.size()) +
-            ",\"data\":\"" + tool_output::hexLower(d.data) + "\"}");
+        writeJson(deliveryJson(d));
         return;
     }
     std::string target;
@@ -193,6 +215,8 @@ void parseOptions(int argc, char **argv) {
             gOptions.capture = value();
         } else if (arg == "--interactive") {
             gOptions.interactive = true;
+        } else if (arg == "--list-names") {
+            gOptions.listNames = true;
         } else if (arg.size() > 1 && arg[0] == '-') {
             usageError("unknown option " + arg);
         } else if (gOptions.script.empty()) {
@@ -206,19 +230,31 @@ void parseOptions(int argc, char **argv) {
     if (gOptions.lib.empty()) gOptions.lib = defaultLib();
 }
 
+// The whole script; a script that cannot be read whole is refused (a directory opens, and reads
+// as nothing, on Linux: it would run as an empty script).
 std::string readScript() {
-    std::stringstream text;
-    if (gOptions.script.empty() || gOptions.script == "-") {
-        text << std::cin.rdbuf();
-        return text.str();
+    const bool stdinScript = gOptions.script.empty() || gOptions.script == "-";
+    const std::string shown = stdinScript ? "<stdin>" : gOptions.script;
+    int fd = 0;
+    if (!stdinScript) {
+        struct stat st;
+        if (stat(gOptions.script.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
+            usageError("script " + shown + " is a directory");
+        }
+        fd = open(gOptions.script.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) usageError("cannot read script " + shown + ": " + strerror(errno));
     }
-    std::ifstream in(gOptions.script);
-    if (!in) {
-        fprintf(stderr, "rilproxy-host: cannot read %s\n", gOptions.script.c_str());
-        finish(2);
+    std::string text;
+    char buf[65536];
+    for (;;) {
+        ssize_t n = read(fd, buf, sizeof(buf));
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) usageError("cannot read script " + shown + ": " + strerror(errno));
+        if (n == 0) break;
+        text.append(buf, static_cast<size_t>(n));
     }
-    text << in.rdbuf();
-    return text.str();
+    if (fd != 0) close(fd);
+    return text;
 }
 
 // The name the entity will connect to when no connect event configures one.
@@ -233,36 +269,71 @@ std::string entitySocketName() {
     finish(1);
 }
 
-// A failed command ends a script; an interactive harness hears about it and decides itself.
-void commandFailed(const runner::Command &c, const std::string &message) {
-    if (!gOptions.interactive) runFailure(c, message);
-    fprintf(stderr, "rilproxy-host: line %d: %s\n", c.line, message.c_str());
-}
+// What a command left to report: an error message (empty when it succeeded), and for the
+// harness's done object the JSON members it adds (",\"delivery\":{...}").
+struct Outcome {
+    std::string error;
+    std::string extra;
+};
 
-void post(const runner::Command &c, event_id_t id, const void *data, size_t len) {
-    if (!gOptions.json) {
+Outcome post(const runner::Command &c, event_id_t id, const void *data, size_t len) {
+    if (gOptions.json) {
+        // Echoed before the post: the entity may answer before vopa_host::post returns.
+        writeJson("{\"kind\":\"post\",\"line\":" + std::to_string(c.line) + ",\"id\":" +
+                  std::to_string(id) + ",\"name\":" + tool_output::jsonString(event_get_name(id)) +
+                  ",\"from\":" + std::to_string(c.from) + ",\"len\":" + std::to_string(len) +
+                  ",\"data\":\"" + tool_output::hexLower(static_cast<const uint8_t *>(data), len) +
+                  "\"}");
+    } else {
         tool_output::writeLine(std::string("fw -> ") + event_get_name(id) + "(" +
                                std::to_string(id) + ") from " + std::to_string(c.from) + ", " +
                                std::to_string(len) + " bytes");
     }
     if (!vopa_host::post(TASK_ID_RILPROXY, id, data, static_cast<int>(len), c.from)) {
-        commandFailed(c, "the entity's task does not take events");
+        return Outcome{"the entity's task does not take events", ""};
+    }
+    return Outcome();
+}
+
+// The results a harness waits for after a request whose TLV form the chaos daemon may take.
+bool mayWaitOnTlv(int32_t eventId) {
+    return eventId == EVENT_SETUP_DATA_CALL_RESP || eventId == EVENT_PCSCF_DISCOVERY_PCO_RESP ||
+           eventId == EVENT_LAST_DATA_CALL_FAIL_CAUSE_RESP;
+}
+
+// With --chaos a wait for the reply to an accepted TLV request can never end (the reply is the
+// framework's to post), which looks like an entity fault unless the error says so.
+std::string waitTimedOut(const runner::Command &c) {
+    std::string message = std::string("wait ") + std::to_string(c.id) + " (" +
+                          event_get_name(c.id) + "): nothing delivered within " +
+                          std::to_string(c.timeoutMs) + " ms";
+    if (gOptions.chaosSeed != 0 && mayWaitOnTlv(c.id)) {
+        message +=
+            " (with --chaos the daemon refuses most TLV requests, but accepts one in 4 with "
+            "result 0 and no answer: the result is then the framework's to post, as "
+            "EVENT_RESP_DATA_CALL_INFO, EVENT_RESP_PCSCF_PCO or EVENT_RESP_LAST_FAIL_CAUSE)";
+    }
+    return message;
+}
+
+// Sleeps the whole time even when a signal interrupts it.
+void sleepMs(int ms) {
+    struct timespec left = {ms / 1000, (ms % 1000) * 1000000L};
+    while (nanosleep(&left, &left) != 0 && errno == EINTR) {
     }
 }
 
-std::map<int32_t, uint64_t> gLastSeen;  // per event id: the delivery the last wait consumed
+std::map<int32_t, uint64_t> gLastSeen;      // per event id: the delivery the last wait consumed
+std::map<int32_t, uint64_t> gRequestsSeen;  // per RIL request id: requests sim wait-request met
 
-void runCommand(const runner::Command &c, rild_sim::SimProfile *daemon) {
+Outcome runCommand(const runner::Command &c, rild_sim::SimProfile *daemon) {
     switch (c.kind) {
         case runner::Command::Post:
-            post(c, c.id, c.payload.data(), c.payload.size());
-            break;
+            return post(c, c.id, c.payload.data(), c.payload.size());
         case runner::Command::Connect:
-            post(c, EVENT_RILPROXY_CONNECT, c.payload.data(), c.payload.size());
-            break;
+            return post(c, EVENT_RILPROXY_CONNECT, c.payload.data(), c.payload.size());
         case runner::Command::Disconnect:
-            post(c, EVENT_RILPROXY_DISCONNECT, nullptr, 0);
-            break;
+            return post(c, EVENT_RILPROXY_DISCONNECT, nullptr, 0);
         case runner::Command::At: {
             // The record carries a pointer to the text, read by the entity's task thread
             // after this returns: the copy lives as long as the process.
@@ -272,27 +343,23 @@ void runCommand(const runner::Command &c, rild_sim::SimProfile *daemon) {
             request.channel = c.channel;
             request.sim_id = c.simId;
             request.command = strdup(c.text.c_str());
-            post(c, EVENT_RILPROXY_ATCMD_REQ, &request, sizeof(request));
-            break;
+            return post(c, EVENT_RILPROXY_ATCMD_REQ, &request, sizeof(request));
         }
         case runner::Command::Prop:
             if (property_set(c.key.c_str(), c.text.c_str()) != 0) {
-                commandFailed(c, "cannot set property " + c.key);
+                return Outcome{"cannot set property " + c.key, ""};
             }
             break;
         case runner::Command::Wait: {
             vopa_host::Delivery d;
             if (!vopa_host::wait_for_id(c.id, c.timeoutMs, &d, gLastSeen[c.id])) {
-                commandFailed(c, std::string("wait ") + std::to_string(c.id) + " (" +
-                                     event_get_name(c.id) + "): nothing delivered within " +
-                                     std::to_string(c.timeoutMs) + " ms");
-                break;
+                return Outcome{waitTimedOut(c), ""};
             }
             gLastSeen[c.id] = d.seq;
-            break;
+            return Outcome{"", ",\"delivery\":" + deliveryJson(d)};
         }
         case runner::Command::Sleep:
-            usleep(static_cast<useconds_t>(c.timeoutMs) * 1000);
+            sleepMs(c.timeoutMs);
             break;
         case runner::Command::SimUnsol:
             daemon->sendUnsolicited(c.id, c.payload);
@@ -304,31 +371,126 @@ void runCommand(const runner::Command &c, rild_sim::SimProfile *daemon) {
         case runner::Command::SimRelease:
             daemon->holdAnswers(c.kind == runner::Command::SimHold);
             break;
+        case runner::Command::SimWaitRequest: {
+            const uint64_t next = gRequestsSeen[c.id] + 1;
+            if (!daemon->waitRequests(c.id, next, c.timeoutMs)) {
+                return Outcome{std::string("sim wait-request ") + rild_sim::requestName(c.id) +
+                                   "(" + std::to_string(c.id) + "): the daemon read none within " +
+                                   std::to_string(c.timeoutMs) + " ms",
+                               ""};
+            }
+            gRequestsSeen[c.id] = next;
+            return Outcome{"", ",\"request_id\":" + std::to_string(c.id) + ",\"name\":" +
+                                   tool_output::jsonString(rild_sim::requestName(c.id))};
+        }
         case runner::Command::SimClose:
             daemon->closeClient();
             // The entity's teardown ends this process; getting past the sleep means it did
             // not.
-            usleep(kTeardownTimeoutMs * 1000);
+            sleepMs(kTeardownTimeoutMs);
             runFailure(c, "the entity did not end the process after the daemon closed");
         case runner::Command::Quit:
-            finish(0);
+            break;  // the caller's to end the run, with the status the run has earned
+    }
+    return Outcome();
+}
+
+// The signals a harness may send without meaning the end of the run. They are blocked in every
+// thread the runner starts, so they land on the main thread, whose read of standard input they
+// interrupt (and which goes on reading).
+const int kSurvivedSignals[] = {SIGUSR1, SIGUSR2, SIGHUP};
+
+void noteSignal(int) {}
+
+void blockSurvivedSignals(int how) {
+    sigset_t set;
+    sigemptyset(&set);
+    for (int sig : kSurvivedSignals) sigaddset(&set, sig);
+    pthread_sigmask(how, &set, nullptr);
+}
+
+void handleSurvivedSignals() {
+    struct sigaction sa;
+    memset(&sa, 0, sizeof(sa));
+    sa.sa_handler = noteSignal;  // no SA_RESTART: the read below sees EINTR and retries itself
+    sigemptyset(&sa.sa_mask);
+    for (int sig : kSurvivedSignals) sigaction(sig, &sa, nullptr);
+}
+
+// One line of standard input without its newline; false at its end (or a read error). A
+// signal's EINTR is not an end.
+bool readLine(std::string *line) {
+    static std::string buffered;
+    static bool ended = false;
+    for (;;) {
+        size_t nl = buffered.find('\n');
+        if (nl != std::string::npos) {
+            *line = buffered.substr(0, nl);
+            buffered.erase(0, nl + 1);
+            return true;
+        }
+        if (ended) {
+            if (buffered.empty()) return false;
+            *line = buffered;
+            buffered.clear();
+            return true;
+        }
+        char buf[4096];
+        ssize_t n = read(0, buf, sizeof(buf));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            ended = true;
+            continue;
+        }
+        buffered.append(buf, static_cast<size_t>(n));
     }
 }
 
-// Each line runs as it arrives, so a harness can post, wait for an event and react to it.
-void runInteractive(rild_sim::SimProfile *daemon) {
+// Each line runs as it arrives, so a harness can post, wait for an event and react to it. With
+// JSON every line, blank or not, ends in exactly one done or error object on stdout, in the same
+// stream as the frames and events it caused; the status says whether any line failed.
+[[noreturn]] void runInteractive(rild_sim::SimProfile *daemon) {
     std::string line;
     int lineNo = 0;
-    while (std::getline(std::cin, line)) {
+    bool failed = false;
+    while (readLine(&line)) {
         lineNo++;
         runner::Command c;
         std::string error;
+        Outcome outcome;
+        bool quit = false;
         if (runner::parseCommand(line, lineNo, daemon != nullptr, &c, &error)) {
-            runCommand(c, daemon);
+            outcome = runCommand(c, daemon);
+            quit = c.kind == runner::Command::Quit;
         } else if (!error.empty()) {
-            fprintf(stderr, "rilproxy-host: <stdin>: %s\n", error.c_str());
+            outcome.error = error.substr(error.find(": ") + 2);  // the line is a field of its own
+        }
+        failed |= !outcome.error.empty();
+        if (gOptions.json) {
+            const std::string head = "{\"kind\":\"" +
+                                     std::string(outcome.error.empty() ? "done" : "error") +
+                                     "\",\"line\":" + std::to_string(lineNo);
+            writeJson(outcome.error.empty()
+                          ? head + outcome.extra + "}"
+                          : head + ",\"message\":" + tool_output::jsonString(outcome.error) + "}");
+        } else if (!outcome.error.empty()) {
+            fprintf(stderr, "rilproxy-host: line %d: %s\n", lineNo, outcome.error.c_str());
+        }
+        if (quit) break;
+    }
+    finish(failed ? 1 : 0);
+}
+
+void listNames() {
+    for (auto kind : {rild_sim::NameKind::Request, rild_sim::NameKind::Unsolicited,
+                      rild_sim::NameKind::Result}) {
+        size_t count = 0;
+        const rild_sim::IdName *rows = rild_sim::nameTable(kind, &count);
+        for (size_t i = 0; i < count; i++) {
+            printf("%s %d %s\n", rild_sim::nameKindWord(kind), rows[i].id, rows[i].name);
         }
     }
+    finish(0);
 }
 
 // Without --sim the entity's socket is served by an in-process tap that records the session:
@@ -368,6 +530,7 @@ void startCaptureRelay(capture::Writer *writer) {
 
 int main(int argc, char **argv) {
     parseOptions(argc, argv);
+    if (gOptions.listNames) listNames();
     std::vector<runner::Command> commands;
     std::string error;
     if (gOptions.interactive) {
@@ -378,6 +541,12 @@ int main(int argc, char **argv) {
         fprintf(stderr, "rilproxy-host: %s: %s\n",
                 gOptions.script.empty() ? "<stdin>" : gOptions.script.c_str(), error.c_str());
         finish(2);
+    }
+
+    if (gOptions.interactive) {
+        // Before any thread starts, so that every thread inherits the mask.
+        handleSurvivedSignals();
+        blockSurvivedSignals(SIG_BLOCK);
     }
 
     bool ownSocketDir = false;
@@ -429,6 +598,7 @@ int main(int argc, char **argv) {
         options.capture = gCapture;
         options.format =
             gOptions.json ? rild_sim::OutputFormat::Json : rild_sim::OutputFormat::Text;
+        if (gOptions.json) options.out = writeJson;
         try {
             daemon = new rild_sim::SimProfile(options);
         } catch (const std::exception &e) {
@@ -478,9 +648,13 @@ int main(int argc, char **argv) {
         }
     }
     if (gOptions.interactive) {
+        blockSurvivedSignals(SIG_UNBLOCK);
         runInteractive(daemon);
-    } else {
-        for (const runner::Command &c : commands) runCommand(c, daemon);
+    }
+    for (const runner::Command &c : commands) {
+        Outcome outcome = runCommand(c, daemon);
+        if (!outcome.error.empty()) runFailure(c, outcome.error);
+        if (c.kind == runner::Command::Quit) break;
     }
     finish(0);
 }

@@ -316,28 +316,46 @@ bool buildSleep(const Args &a, Command *c, std::string *why) {
     return true;
 }
 
-bool buildSimFail(const Args &a, Command *c, std::string *why) {
-    int64_t request, result;
-    if (!number(a.tokens[2], 1, INT32_MAX, "RIL request id", &request, why) ||
-        !number(a.tokens[3], INT32_MIN, INT32_MAX, "result", &result, why)) {
-        return false;
-    }
-    c->id = static_cast<int32_t>(request);
-    c->result = static_cast<int32_t>(result);
+// A number within [min, max] or a name of the daemon's table (the names its lines print).
+bool idOrName(const Token &token, rild_sim::NameKind kind, int64_t min, const char *what,
+              int32_t *out, std::string *why) {
+    if (rild_sim::idByName(kind, token.text, out)) return true;
+    int64_t v;
+    if (!number(token, min, INT32_MAX, what, &v, why)) return false;
+    *out = static_cast<int32_t>(v);
     return true;
 }
 
-// `sim unsol NAME` (a built-in payload by name) or `sim unsol ID [HEX]`.
+bool buildSimFail(const Args &a, Command *c, std::string *why) {
+    return idOrName(a.tokens[2], rild_sim::NameKind::Request, 1, "RIL request", &c->id, why) &&
+           idOrName(a.tokens[3], rild_sim::NameKind::Result, INT32_MIN, "result", &c->result, why);
+}
+
+bool buildSimWaitRequest(const Args &a, Command *c, std::string *why) {
+    if (!idOrName(a.tokens[2], rild_sim::NameKind::Request, 1, "RIL request", &c->id, why)) {
+        return false;
+    }
+    int64_t ms = 5000;
+    if (a.tokens.size() == 4 && !number(a.tokens[3], 1, INT32_MAX, "time-out", &ms, why)) {
+        return false;
+    }
+    c->timeoutMs = static_cast<int>(ms);
+    return true;
+}
+
+// `sim unsol NAME` (a built-in payload by name) or `sim unsol ID|RIL_UNSOL_NAME [HEX]`.
 bool buildSimUnsol(const Args &a, Command *c, std::string *why) {
     const std::string &what = a.tokens[2].text;
-    if (a.tokens.size() == 3 && !what.empty() && (what[0] < '0' || what[0] > '9')) {
+    int32_t named;
+    const bool ril = rild_sim::idByName(rild_sim::NameKind::Unsolicited, what, &named);
+    if (a.tokens.size() == 3 && !ril && !what.empty() && (what[0] < '0' || what[0] > '9')) {
         if (rild_sim::builtinUnsolicited(what, &c->id, &c->payload)) return true;
         *why = "unknown built-in unsolicited '" + what + "'";
         return false;
     }
-    int64_t id;
-    if (!number(a.tokens[2], 1, INT32_MAX, "unsolicited id", &id, why)) return false;
-    c->id = static_cast<int32_t>(id);
+    if (!idOrName(a.tokens[2], rild_sim::NameKind::Unsolicited, 1, "unsolicited id", &c->id, why)) {
+        return false;
+    }
     if (a.tokens.size() == 4 && !parseHex(a.tokens[3].text, &c->payload)) {
         *why = "bad hex '" + a.tokens[3].text + "'";
         return false;
@@ -372,6 +390,7 @@ const CommandRow kCommands[] = {
     {"sim", "release", Command::SimRelease, 2, 2, nullptr, nullptr},
     {"sim", "fail", Command::SimFail, 4, 4, nullptr, buildSimFail},
     {"sim", "unsol", Command::SimUnsol, 3, 4, nullptr, buildSimUnsol},
+    {"sim", "wait-request", Command::SimWaitRequest, 3, 4, nullptr, buildSimWaitRequest},
 };
 
 bool parseLine(const std::string &line, const std::vector<Token> &tokens, bool withSim, Command *c,

@@ -28,14 +28,16 @@ struct Command {
         SimClose,
         SimHold,
         SimRelease,
+        SimWaitRequest,
         Quit
     };
     Kind kind;
     int line;
-    int32_t id = 0;  // event id (post, wait); RIL request id (sim fail); unsolicited id
+    // event id (post, wait); RIL request id (sim fail, sim wait-request); unsolicited id
+    int32_t id = 0;
     std::vector<uint8_t> payload;
     uint32_t from = 1;     // requester of a posted event
-    int timeoutMs = 0;     // wait; sleep duration
+    int timeoutMs = 0;     // wait, sim wait-request; sleep duration
     int32_t result = 0;    // sim fail
     uint64_t token = 0;    // at
     uint32_t channel = 0;  // at

@@ -3,6 +3,7 @@
 
 #include <errno.h>
 #include <stdio.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <mutex>
@@ -16,11 +17,8 @@ std::mutex &outputLock() {
     return *lock;
 }
 
-}  // namespace
-
-void writeLine(const std::string &line, int fd) {
-    std::string out = line + "\n";
-    std::lock_guard<std::mutex> hold(outputLock());
+// Under outputLock().
+void writeLocked(const std::string &out, int fd) {
     size_t off = 0;
     while (off < out.size()) {
         ssize_t n = write(fd, out.data() + off, out.size() - off);
@@ -30,6 +28,23 @@ void writeLine(const std::string &line, int fd) {
         }
         off += static_cast<size_t>(n);
     }
+}
+
+}  // namespace
+
+void writeLine(const std::string &line, int fd) {
+    std::lock_guard<std::mutex> hold(outputLock());
+    writeLocked(line + "\n", fd);
+}
+
+void writeTimedJson(const std::string &object, int fd) {
+    std::lock_guard<std::mutex> hold(outputLock());
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    const uint64_t us =
+        static_cast<uint64_t>(ts.tv_sec) * 1000000u + static_cast<uint64_t>(ts.tv_nsec) / 1000;
+    writeLocked(object.substr(0, object.size() - 1) + ",\"mono_us\":" + std::to_string(us) + "}\n",
+                fd);
 }
 
 std::string hexLower(const uint8_t *data, size_t len) {

@@ -21,6 +21,10 @@ namespace tool_output {
 // lock, retrying short writes, so no other line can land in the middle of it.
 void writeLine(const std::string &line, int fd = 1);
 
+// Writes a JSON object line with "mono_us" (microseconds of CLOCK_MONOTONIC) added as its last
+// member. The clock is read under the same lock, so the times never go backwards down the stream.
+void writeTimedJson(const std::string &object, int fd = 1);
+
 std::string hexLower(const uint8_t *data, size_t len);
 std::string hexLower(const std::vector<uint8_t> &data);
 // "0x1f": how the tools print serial numbers.

@@ -121,6 +121,12 @@ bool SimProfile::waitConnected(int timeoutMs) {
                              [this] { return mConnected; });
 }
 
+bool SimProfile::waitRequests(int32_t requestId, uint64_t count, int timeoutMs) {
+    std::unique_lock<std::mutex> hold(mLock);
+    return mChanged.wait_for(hold, std::chrono::milliseconds(timeoutMs),
+                             [&] { return mReceived[requestId] >= count; });
+}
+
 bool SimProfile::waitSessionEnded(int timeoutMs) {
     std::unique_lock<std::mutex> hold(mLock);
     return mChanged.wait_for(hold, std::chrono::milliseconds(timeoutMs), [this] { return mEnded; });
@@ -238,6 +244,11 @@ void SimProfile::receive(const RequestFrame &request) {
     }
     mLog.request(request);
     mPending.push_back(request);
+    {
+        std::lock_guard<std::mutex> hold(mLock);
+        mReceived[request.request_id]++;
+    }
+    mChanged.notify_all();
 }
 
 void SimProfile::answerBatch() {

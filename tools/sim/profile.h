@@ -44,6 +44,7 @@
 
 #include "tools/capture/pcapng.h"
 #include "tools/sim/frame_log.h"
+#include "tools/sim/names.h"
 #include "tools/sim/rild_sim.h"
 
 namespace rild_sim {
@@ -85,9 +86,6 @@ Answer answerRequest(const RequestFrame &request, bool tlv);
 bool isTlvRequest(int32_t requestId);
 // A one-line description of a request's payload ("[\"5\",\"2\"]", "channel 0 \"AT\\r\"").
 std::string describeRequest(const RequestFrame &request);
-// The RIL name of a request or unsolicited id, or "UNKNOWN".
-const char *requestName(int32_t requestId);
-const char *unsolicitedName(int32_t id);
 
 // Built-in unsolicited payloads (Parcel bytes).
 std::vector<uint8_t> builtinDataCallList();       // 6002: version 11, one data call, cid 1
@@ -131,6 +129,9 @@ public:
     Sent sent();
 
     bool waitConnected(int timeoutMs);
+    // True once the daemon has read `count` requests with this id in the session (answered or
+    // not: a held request counts), so a caller knows a request has left the entity.
+    bool waitRequests(int32_t requestId, uint64_t count, int timeoutMs);
     // True once the connection has ended (peer gone, broken frame or closeClient).
     bool waitSessionEnded(int timeoutMs);
     // Gives up waiting for a client after `ms` (0: wait for ever); set before start().
@@ -171,6 +172,7 @@ private:
     bool mEnded = false;
     std::deque<Command> mCommands;
     std::map<int32_t, int32_t> mFailures;
+    std::map<int32_t, uint64_t> mReceived;  // requests read, per request id
     bool mHeld = false;
     Sent mSent;
     // The daemon's thread only:
