@@ -782,6 +782,12 @@ local function dissect_response(tvb, pinfo, tree)
     decode_payload(decoder, tvb, at + 12, tree)
 end
 
+-- Source and Destination columns: the two ends of the socket.
+local function set_ends(pinfo, from_entity)
+    pinfo.cols.src = from_entity and "entity" or "rild"
+    pinfo.cols.dst = from_entity and "rild" or "entity"
+end
+
 local function dissect(tvb, pinfo, tree)
     local len = tvb:len()
     local to_daemon = nil
@@ -790,12 +796,9 @@ local function dissect(tvb, pinfo, tree)
     elseif pinfo.p2p_dir == P2P_DIR_RECV then
         to_daemon = false
     end
-    if to_daemon ~= nil then
-        pinfo.cols.src = to_daemon and "entity" or "rild"
-        pinfo.cols.dst = to_daemon and "rild" or "entity"
-    end
     if len == 0 then
         local who = to_daemon == false and "daemon" or "entity"
+        set_ends(pinfo, who == "entity")
         tree:add(F.close, tvb(0, 0), who):add_proto_expert_info(E.closed)
         pinfo.cols.info = "close by " .. who
         return
@@ -819,8 +822,7 @@ local function dissect(tvb, pinfo, tree)
     end
     tree:add(F.direction, tvb(0, 0), to_daemon and "entity to daemon" or "daemon to entity")
         :set_generated()
-    pinfo.cols.src = to_daemon and "entity" or "rild"
-    pinfo.cols.dst = to_daemon and "rild" or "entity"
+    set_ends(pinfo, to_daemon)
     if to_daemon then
         dissect_request(tvb, pinfo, tree)
     else
