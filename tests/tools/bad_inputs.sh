@@ -50,7 +50,7 @@ expect missing.pcapng "$sim" --socket-dir socks --replay missing.pcapng
 expect socks/rild-stale "$sim" --socket-dir socks --replay socks/rild-stale
 expect fifo "$sim" --socket-dir socks --replay fifo
 expect text.pcapng "$sim" --socket-dir socks --replay text.pcapng
-expect "link type 1," "$sim" --socket-dir socks --replay ether.pcapng
+expect "(link type) 1," "$sim" --socket-dir socks --replay ether.pcapng
 for t in -5 0 abc 10x; do expect "'$t'" "$sim" --socket-dir socks --accept-timeout "$t"; done
 expect adir "$sim" --socket-dir socks --capture adir
 expect nodir "$sim" --socket-dir nodir

@@ -218,8 +218,9 @@ bool readFile(const std::string &path, std::vector<Packet> *out, std::string *er
         }
         if (type == kInterfaceDescription) {
             if (total < 20 || get16(b + 8) != kLinkType) {
-                *error = path + ": link type " + std::to_string(total < 20 ? 0 : get16(b + 8)) +
-                         ", not a RIL socket capture (147, LINKTYPE_USER0)";
+                *error = path + ": not a RIL socket capture (link type) " +
+                         std::to_string(total < 20 ? 0 : get16(b + 8)) +
+                         ", want 147 (LINKTYPE_USER0)";
                 return false;
             }
             haveInterface = true;
