@@ -23,7 +23,13 @@ echo 'not a capture' >text.pcapng
 for _ in $(seq 100); do [ -S socks/rild-stale ] && break; sleep 0.1; done
 kill -KILL $! && wait $! 2>/dev/null
 [ -S socks/rild-stale ] || { echo "FAIL: no stale socket file" >&2; exit 1; }
-printf '\x0a\x0d\x0d\x0a\x1c\x00\x00\x00\x4d\x3c\x2b\x1a\x01\x00\x00\x00\xff\xff\xff\xff\xff\xff\xff\xff\x1c\x00\x00\x00\x01\x00\x00\x00\x14\x00\x00\x00\x01\x00\x00\x00\x00\x00\x00\x00\x14\x00\x00\x00' >ether.pcapng
+hexfile() { printf "$(printf '%s' "$2" | sed 's/../\\x&/g')" >"$1"; }
+shb=0a0d0d0a1c0000004d3c2b1a01000000ffffffffffffffff1c000000
+hexfile ether.pcapng ${shb}0100000014000000010000000000000014000000
+# Link type 147, then one outbound packet: a request frame whose header size says 8, not 4.
+idb=0100000014000000930000000000000014000000
+epb=0600000040000000000000000000000000000000140000001400000000000010080000000000000029000000
+hexfile wide.pcapng ${shb}${idb}${epb}0001000002000400020000000000000040000000
 
 # A live daemon on rild-live for the name cases; it serves an entity after them.
 "$sim" --socket-dir socks --name rild-live --accept-timeout 60000 >live.out 2>&1 &
@@ -51,6 +57,7 @@ expect socks/rild-stale "$sim" --socket-dir socks --replay socks/rild-stale
 expect fifo "$sim" --socket-dir socks --replay fifo
 expect text.pcapng "$sim" --socket-dir socks --replay text.pcapng
 expect "(link type) 1," "$sim" --socket-dir socks --replay ether.pcapng
+expect "wide.pcapng: packet 1: not a request frame" "$sim" --socket-dir socks --replay wide.pcapng
 for t in -5 0 abc 10x; do expect "'$t'" "$sim" --socket-dir socks --accept-timeout "$t"; done
 expect adir "$sim" --socket-dir socks --capture adir
 expect nodir "$sim" --socket-dir nodir
