@@ -127,6 +127,21 @@ srt_row() { grep "^$1 " "$work/srt.out" | tr -s ' ' || true; }
   [ "$(srt_row RIL_REQUEST_RADIO_POWER)" = "RIL_REQUEST_RADIO_POWER 1 0 - - -" ] &&
   grep -qx 'Responses without a request: 1' "$work/srt.out" || fail "srt: $(cat "$work/srt.out")"
 
+# The Statistics menu entry, through stand-ins for the GUI that tshark lacks: it must register
+# under the statistics group and fill its window with the same table.
+cat >"$work/gui.lua" <<EOF
+_G.gui_enabled = function() return true end
+_G.register_menu = function(name, run, group) print("menu " .. name .. " " .. group); run() end
+_G.TextWindow = { new = function() return { clear = function() end, set_atclose = function() end,
+  append = function(_, text) print(text) end } end }
+_G.retap_packets = function() end
+dofile("$lua")
+EOF
+tshark -X lua_script:"$work/gui.lua" -q -r "$work/tracked.pcapng" >"$work/menu.out" 2>/dev/null
+grep -qx "menu ZOK RIL/Response times $(tshark -X lua_script:/dev/stdin -q -r "$work/tracked.pcapng" \
+  <<<'print(MENU_STAT_GENERIC)' 2>/dev/null)" "$work/menu.out" &&
+  grep -q '^Responses without a request: 1$' "$work/menu.out" || fail "menu: $(cat "$work/menu.out")"
+
 # Typed addresses beside the texts: the demo's data call, v4 and v6 (written as 16 dotted bytes).
 ts "$work/demo.pcapng" -Y 'zokril.dc.cid == 1 && zokril.request_in' -T fields \
   -e zokril.ipv4 -e zokril.ipv6 | head -n 1 >"$work/addresses.out"

@@ -2,7 +2,13 @@
 -- by rilproxy-host --capture, rild-sim --capture and rild-tap (docs/capture.md).
 --
 --   tshark -X lua_script:tools/wireshark/zok_ril.lua -r session.pcapng
---   cp tools/wireshark/zok_ril.lua ~/.local/lib/wireshark/plugins/     # Wireshark 4.x
+--   tshark -2 -X lua_script:tools/wireshark/zok_ril.lua -q -z zokril,srt -r session.pcapng
+--   mkdir -p ~/.local/lib/wireshark/plugins && cp tools/wireshark/zok_ril.lua "$_"  # 4.x
+--
+-- Requests and responses are matched by serial: a response without a request, and (on a second
+-- pass) a request without a response, are warnings; -z zokril,srt (or Statistics > ZOK RIL)
+-- tabulates the response times per request name. Another LINKTYPE_USERn is decoded with the
+-- preference zokril.link_type.
 --
 -- Captures use link type LINKTYPE_USER0 (147); each packet is one whole frame and its direction
 -- is the packet's epb_flags (outbound: entity to daemon, inbound: daemon to entity), which
