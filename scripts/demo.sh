@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Builds the entity and the host runner, then runs examples/demo.script: the real
-# libzok_rilproxy.so in the host framework against the built-in simulated RIL daemon. Installs
-# what it needs from Debian's packages when missing.
+# Builds the entity, the host runner, rild-sim and rild-tap, then runs examples/demo.script: the
+# real libzok_rilproxy.so in the host framework against the built-in simulated RIL daemon.
+# Installs what it needs from Debian's packages when missing.
 #
 #   scripts/demo.sh                  # text: one line per frame and per event
 #   scripts/demo.sh --format json    # one JSON object per line
@@ -22,7 +22,8 @@ if [ ! -f out/native/build.ninja ]; then
   cmake -S . -B out/native -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
         -DZOK_CHECK_ANDROID_HEADERS=OFF >/dev/null
 fi
-# Only what the demo runs: the runner (which depends on the shared object) and rild-sim.
-cmake --build out/native -j "$(nproc)" --target rilproxy-host rild-sim >&2
+# What the demo and the README's capture chain run: the runner (which depends on the shared
+# object), rild-sim and rild-tap.
+cmake --build out/native -j "$(nproc)" --target rilproxy-host rild-sim rild-tap >&2
 
 exec out/native/tools/rilproxy-host --sim "$@" examples/demo.script

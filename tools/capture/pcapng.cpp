@@ -1,15 +1,13 @@
 // pcapng capture files of the RIL socket: the writer (any thread, one write(2) per block), the
-// reader and the frame splitter of the relaying tools (the caller's thread).
+// reader (the caller's thread).
 #include "tools/capture/pcapng.h"
 
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
-
-#include <fstream>
-#include <iterator>
 
 #include "wire_format.h"
 
@@ -168,13 +166,36 @@ bool Writer::put(const std::vector<uint8_t> &block) {
 }
 
 bool readFile(const std::string &path, std::vector<Packet> *out, std::string *error) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        *error = "cannot read " + path;
+    // Read with plain descriptors: a stream on a directory throws from its first read.
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0) {
+        *error = "cannot read " + path + ": " + strerror(errno);
         return false;
     }
-    std::vector<uint8_t> file((std::istreambuf_iterator<char>(in)),
-                              std::istreambuf_iterator<char>());
+    if (!S_ISREG(st.st_mode)) {
+        *error = "cannot read " + path + ": " +
+                 (S_ISDIR(st.st_mode) ? "is a directory" : "not a regular file");
+        return false;
+    }
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        *error = "cannot read " + path + ": " + strerror(errno);
+        return false;
+    }
+    std::vector<uint8_t> file;
+    uint8_t chunk[64 * 1024];
+    for (;;) {
+        ssize_t n = ::read(fd, chunk, sizeof(chunk));
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) {
+            *error = "cannot read " + path + ": " + strerror(errno);
+            ::close(fd);
+            return false;
+        }
+        if (n == 0) break;
+        file.insert(file.end(), chunk, chunk + n);
+    }
+    ::close(fd);
     out->clear();
     if (file.size() < 28 || get32(file.data()) != kSectionHeader ||
         get32(file.data() + 8) != kByteOrderMagic) {
@@ -197,7 +218,9 @@ bool readFile(const std::string &path, std::vector<Packet> *out, std::string *er
         }
         if (type == kInterfaceDescription) {
             if (total < 20 || get16(b + 8) != kLinkType) {
-                *error = path + ": not a RIL socket capture (link type)";
+                *error = path + ": not a RIL socket capture (link type) " +
+                         std::to_string(total < 20 ? 0 : get16(b + 8)) +
+                         ", want 147 (LINKTYPE_USER0)";
                 return false;
             }
             haveInterface = true;
@@ -230,27 +253,6 @@ bool readFile(const std::string &path, std::vector<Packet> *out, std::string *er
         at += total;
     }
     return true;
-}
-
-bool FrameSplitter::feed(const uint8_t *data, size_t len,
-                         std::vector<std::vector<uint8_t>> *frames) {
-    if (mBroken) return false;
-    mBuffer.insert(mBuffer.end(), data, data + len);
-    size_t at = 0;
-    while (mBuffer.size() - at >= 4) {
-        const uint8_t *p = mBuffer.data() + at;
-        uint32_t length = static_cast<uint32_t>(p[0]) << 24 | static_cast<uint32_t>(p[1]) << 16 |
-                          static_cast<uint32_t>(p[2]) << 8 | p[3];
-        if (length > RIL_FRAME_LENGTH_MAX) {
-            mBroken = true;
-            break;
-        }
-        if (mBuffer.size() - at - 4 < length) break;
-        frames->emplace_back(p, p + 4 + length);
-        at += 4 + length;
-    }
-    mBuffer.erase(mBuffer.begin(), mBuffer.begin() + at);
-    return !mBroken;
 }
 
 }  // namespace capture

@@ -26,6 +26,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/common/frame_splitter.h"
+
 namespace capture {
 
 constexpr uint16_t kLinkType = 147;  // LINKTYPE_USER0
@@ -72,20 +74,8 @@ private:
 // pcapng, a section in the other byte order, another link type or a truncated block.
 bool readFile(const std::string &path, std::vector<Packet> *out, std::string *error);
 
-// Cuts a byte stream into whole RIL frames (big-endian length word, then that many bytes),
-// however the stream was split into reads. Used where the bytes are relayed rather than parsed.
-class FrameSplitter {
-public:
-    // Appends the frames that `data` completes to `frames`. False once the stream announced a
-    // frame longer than RIL_FRAME_LENGTH_MAX: it cannot be a frame, and nothing after it is cut.
-    bool feed(const uint8_t *data, size_t len, std::vector<std::vector<uint8_t>> *frames);
-    // Bytes of an incomplete frame held back.
-    size_t pending() const { return mBuffer.size(); }
-
-private:
-    std::vector<uint8_t> mBuffer;
-    bool mBroken = false;
-};
+// The relaying tools cut their streams with the tools' one splitter.
+using FrameSplitter = ril_frame::FrameSplitter;
 
 }  // namespace capture
 

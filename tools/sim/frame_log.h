@@ -18,27 +18,19 @@
 #include <string>
 #include <vector>
 
+#include "tools/common/frame_splitter.h"
 #include "tools/sim/rild_sim.h"
 
 namespace rild_sim {
 
 enum class OutputFormat { Text, Json };
 
-// A response or unsolicited frame as the daemon writes it, read back: what its line shows.
-struct DaemonFrame {
-    bool solicited = false;
-    uint32_t serialOrId = 0;  // the serial of a response, the id of an unsolicited frame
-    int32_t result = 0;       // responses only
-    int32_t simId = 0;        // 0 when the feature header carries none
-    size_t length = 0;        // the length word: the bytes after it
-    std::vector<uint8_t> payload;
-};
-
-// The host-order word at `offset` of a frame; the caller has checked that it lies inside.
-uint32_t frameWordAt(const std::vector<uint8_t> &frame, size_t offset);
-
-// False when `frame` is too short for its own header, type and type words.
-bool parseDaemonFrame(const std::vector<uint8_t> &frame, DaemonFrame *out);
+// The frame helpers the daemon's code has always called by these names.
+using ril_frame::DaemonFrame;
+using ril_frame::parseDaemonFrame;
+inline uint32_t frameWordAt(const std::vector<uint8_t> &frame, size_t offset) {
+    return ril_frame::wordAt(frame, offset);
+}
 
 class FrameLog {
 public:

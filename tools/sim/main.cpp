@@ -2,6 +2,8 @@
 // entity in another process (for example rilproxy-host without --sim) until it disconnects.
 //
 //     rild-sim --socket-dir /tmp/socks [--name rild-zok] [--tlv] [--chaos SEED] [--format json]
+#include <errno.h>
+#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -11,6 +13,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "tools/common/socket_name.h"
 #include "tools/sim/profile.h"
 #include "tools/sim/replay.h"
 
@@ -69,7 +72,16 @@ int main(int argc, char **argv) {
         } else if (arg == "--replay" && hasValue) {
             replayPath = argv[++i];
         } else if (arg == "--accept-timeout" && hasValue) {
-            acceptTimeoutMs = atoi(argv[++i]);
+            const char *value = argv[++i];
+            char *end = nullptr;
+            errno = 0;
+            const long ms = strtol(value, &end, 10);
+            if (end == value || *end != '\0' || errno != 0 || ms <= 0 || ms > INT_MAX) {
+                fprintf(stderr, "rild-sim: --accept-timeout '%s': want milliseconds, 1 or more\n",
+                        value);
+                return 2;
+            }
+            acceptTimeoutMs = static_cast<int>(ms);
         } else {
             fprintf(stderr, "rild-sim: bad argument '%s'\n", arg.c_str());
             usage(stderr);
@@ -78,7 +90,8 @@ int main(int argc, char **argv) {
     }
     struct stat st;
     if (socketDir.empty() || stat(socketDir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
-        fprintf(stderr, "rild-sim: --socket-dir must name an existing directory\n");
+        fprintf(stderr, "rild-sim: --socket-dir '%s' must name an existing directory\n",
+                socketDir.c_str());
         return 2;
     }
     if (options.name.empty() || options.name.find('/') != std::string::npos) {
@@ -91,22 +104,32 @@ int main(int argc, char **argv) {
                 options.tlv ? "tlv" : "chaos");
         return 2;
     }
+    // Taking a live daemon's name would cut it off from every later client.
+    const std::string socketPath = socketDir + "/" + options.name;
+    if (socket_name::heldByLiveListener(socketPath)) {
+        fprintf(stderr, "rild-sim: %s is held by a live daemon: refusing to take it\n",
+                socketPath.c_str());
+        return 1;
+    }
     setenv("ANDROID_SOCKET_DIR", socketDir.c_str(), 1);
     // The capture to replay is read before a capture is opened: they may be the same file.
     rild_sim::Replay replay;
     std::string error;
     if (!replayPath.empty()) {
         std::vector<capture::Packet> packets;
-        if (!capture::readFile(replayPath, &packets, &error) ||
-            !rild_sim::buildReplay(packets, &replay, &error)) {
-            fprintf(stderr, "rild-sim: %s\n", error.c_str());
+        if (!capture::readFile(replayPath, &packets, &error)) {
+            fprintf(stderr, "rild-sim: --replay: %s\n", error.c_str());
+            return 2;
+        }
+        if (!rild_sim::buildReplay(packets, &replay, &error)) {
+            fprintf(stderr, "rild-sim: --replay: %s: %s\n", replayPath.c_str(), error.c_str());
             return 2;
         }
     }
     capture::Writer capture;
     if (!capturePath.empty()) {
         if (!capture.open(capturePath, &error)) {
-            fprintf(stderr, "rild-sim: %s\n", error.c_str());
+            fprintf(stderr, "rild-sim: --capture: %s\n", error.c_str());
             return 1;
         }
         options.capture = &capture;

@@ -22,14 +22,6 @@ namespace {
 
 constexpr int kFrameReadTimeoutMs = 5000;
 
-// Offset of a daemon frame's type word, or 0 when the frame cannot hold it.
-size_t typeOffset(const std::vector<uint8_t> &frame) {
-    if (frame.size() < 12) return 0;
-    uint32_t h = frameWordAt(frame, 4);
-    if (h > frame.size() - 12) return 0;
-    return 8 + h;
-}
-
 void logSent(const FrameLog &log, const std::vector<uint8_t> &frame, const std::string &summary) {
     DaemonFrame f;
     if (parseDaemonFrame(frame, &f)) {
@@ -57,26 +49,26 @@ bool buildReplay(const std::vector<capture::Packet> &packets, Replay *out, std::
         const std::string where = "packet " + std::to_string(i + 1);
         if (p.direction == capture::Direction::ToDaemon) {
             if (p.isClose()) continue;  // the live entity closes on its own
-            if (p.frame.size() < RIL_REQ_HEADER_SIZE) {
-                *error = where + ": request frame too short";
+            ril_frame::RequestHeader request;
+            if (!ril_frame::parseRequestHeader(p.frame.data(), p.frame.size(), &request)) {
+                *error = where + ": not a request frame";
                 return false;
             }
-            auto &queue = out->byRequest[static_cast<int32_t>(frameWordAt(p.frame, 12))];
+            auto &queue = out->byRequest[request.requestId];
             queue.emplace_back();  // a deque keeps the addresses of its elements
             last = &queue.back();
-            waiting[frameWordAt(p.frame, 16)] = last;
+            waiting[request.serial] = last;
             lastTs = p.timestampUs;
             continue;
         }
         const uint64_t offset = p.timestampUs > lastTs ? p.timestampUs - lastTs : 0;
-        size_t type = p.isClose() ? 0 : typeOffset(p.frame);
-        if (!p.isClose() && type == 0) {
+        DaemonFrame frame;
+        if (!p.isClose() && !parseDaemonFrame(p.frame, &frame)) {
             *error = where + ": daemon frame too short";
             return false;
         }
-        if (type != 0 && frameWordAt(p.frame, type) == RIL_RESP_TYPE_SOLICITED &&
-            p.frame.size() >= type + 12) {
-            auto it = waiting.find(frameWordAt(p.frame, type + 4));
+        if (!p.isClose() && frame.solicited) {
+            auto it = waiting.find(frame.serialOrId);
             if (it != waiting.end()) {
                 it->second->response = p.frame;
                 waiting.erase(it);
@@ -162,7 +154,9 @@ int serveReplay(Replay *replay, const std::string &name, int acceptTimeoutMs,
             answer = responseFrame(request.serial, ZOKRIL_E_REQUEST_NOT_SUPPORTED, {});
         } else {
             // The live entity numbers its requests afresh: the answer carries its serial.
-            memcpy(answer.data() + typeOffset(answer) + 4, &request.serial, 4);
+            DaemonFrame recorded;
+            parseDaemonFrame(answer, &recorded);  // it parsed when the replay was built
+            memcpy(answer.data() + recorded.serialOffset, &request.serial, 4);
         }
         logSent(log, answer, exchange.response.empty() ? "no recorded answer" : "recorded");
         if (!send(answer)) return 0;

@@ -14,6 +14,7 @@
 
 #include <stdexcept>
 
+#include "tools/common/frame_splitter.h"
 #include "wire_format.h"
 
 namespace rild_sim {
@@ -27,12 +28,6 @@ void putWord(std::vector<uint8_t> *out, uint32_t native) {
     const size_t at = out->size();
     out->resize(at + sizeof(native));
     memcpy(out->data() + at, &native, sizeof(native));
-}
-
-uint32_t getWord(const uint8_t *p) {
-    uint32_t w;
-    memcpy(&w, p, sizeof(w));
-    return w;
 }
 
 // length | header_size | feature header | type | the type's own words | payload
@@ -144,17 +139,15 @@ bool RildSim::readExactly(uint8_t *buf, size_t len, int timeoutMs) {
 bool RildSim::readRequest(RequestFrame *out, int timeoutMs) {
     uint8_t head[RIL_REQ_HEADER_SIZE];
     if (!readExactly(head, sizeof(head), timeoutMs)) return false;
-    RequestFrame f;
-    f.length = ntohl(getWord(head));
-    f.header_size = getWord(head + 4);
-    f.sim_id = static_cast<int32_t>(getWord(head + 8));
-    f.request_id = static_cast<int32_t>(getWord(head + 12));
-    f.serial = getWord(head + 16);
+    ril_frame::RequestHeader h;
     // Requests always carry the 4-byte header; anything else would desynchronise the stream.
-    if (f.length < RIL_REQ_HEADER_WORDS_AFTER_LENGTH || f.length > RIL_FRAME_LENGTH_MAX ||
-        f.header_size != RIL_REQ_FEATURE_HEADER_SIZE) {
-        return false;
-    }
+    if (!ril_frame::parseRequestHeader(head, sizeof(head), &h)) return false;
+    RequestFrame f;
+    f.length = h.length;
+    f.header_size = h.headerSize;
+    f.sim_id = h.simId;
+    f.request_id = h.requestId;
+    f.serial = h.serial;
     f.payload.resize(f.length - RIL_REQ_HEADER_WORDS_AFTER_LENGTH);
     if (!f.payload.empty() && !readExactly(f.payload.data(), f.payload.size(), timeoutMs)) {
         return false;

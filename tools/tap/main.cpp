@@ -64,16 +64,25 @@ int main(int argc, char **argv) {
         usage(stderr);
         return 2;
     }
-    capture::Writer writer;
-    std::string error;
-    if (!writer.open(capturePath, &error)) {
-        fprintf(stderr, "rild-tap: %s\n", error.c_str());
-        return 1;
+    struct stat st;
+    if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+        fprintf(stderr, "rild-tap: --socket-dir '%s' must name an existing directory\n",
+                dir.c_str());
+        return 2;
     }
+    // Listening first: a refused name must not cost an existing capture file its contents.
+    std::string error;
     const std::string listenPath = dir + "/" + listenName;
     int listener = tap::listenAt(listenPath, &error);
     if (listener < 0) {
-        fprintf(stderr, "rild-tap: %s\n", error.c_str());
+        fprintf(stderr, "rild-tap: --listen: %s\n", error.c_str());
+        return 1;
+    }
+    capture::Writer writer;
+    if (!writer.open(capturePath, &error)) {
+        fprintf(stderr, "rild-tap: --capture: %s\n", error.c_str());
+        close(listener);
+        unlink(listenPath.c_str());
         return 1;
     }
     // The entity runs as another user than the tap: group access as init gives its daemons'

@@ -10,6 +10,8 @@
 
 #include <vector>
 
+#include "tools/common/socket_name.h"
+
 namespace tap {
 
 namespace {
@@ -42,6 +44,11 @@ bool sendAll(int fd, const uint8_t *data, size_t len) {
 int listenAt(const std::string &path, std::string *error) {
     sockaddr_un addr;
     if (!makeAddress(path, &addr, error)) return -1;
+    // A stale file from a dead daemon is replaced; a live daemon's name is not taken.
+    if (socket_name::heldByLiveListener(path)) {
+        *error = path + " is held by a live daemon: refusing to take it";
+        return -1;
+    }
     int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0) {
         *error = std::string("socket: ") + strerror(errno);

@@ -18,7 +18,8 @@
 
 namespace tap {
 
-// A listening stream socket at `path` (an old socket file there is replaced); -1 on failure.
+// A listening stream socket at `path` (a stale socket file there is replaced); -1 on failure,
+// also when a live daemon listens there.
 int listenAt(const std::string &path, std::string *error);
 // Blocks until one client connects; -1 on failure.
 int acceptOne(int listener);

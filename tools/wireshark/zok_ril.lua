@@ -2,7 +2,13 @@
 -- by rilproxy-host --capture, rild-sim --capture and rild-tap (docs/capture.md).
 --
 --   tshark -X lua_script:tools/wireshark/zok_ril.lua -r session.pcapng
---   cp tools/wireshark/zok_ril.lua ~/.local/lib/wireshark/plugins/     # Wireshark 4.x
+--   tshark -2 -X lua_script:tools/wireshark/zok_ril.lua -q -z zokril,srt -r session.pcapng
+--   mkdir -p ~/.local/lib/wireshark/plugins && cp tools/wireshark/zok_ril.lua "$_"  # 4.x
+--
+-- Requests and responses are matched by serial: a response without a request, and (on a second
+-- pass) a request without a response, are warnings; -z zokril,srt (or Statistics > ZOK RIL)
+-- tabulates the response times per request name. Another LINKTYPE_USERn is decoded with the
+-- preference zokril.link_type.
 --
 -- Captures use link type LINKTYPE_USER0 (147); each packet is one whole frame and its direction
 -- is the packet's epb_flags (outbound: entity to daemon, inbound: daemon to entity), which
@@ -103,6 +109,9 @@ local F = {
     request_in = ProtoField.framenum("zokril.request_in", "Request in frame", base.NONE,
                                      frametype.REQUEST),
     time = ProtoField.relative_time("zokril.time", "Time since request"),
+    -- Each address of an address list, typed, beside the list's text.
+    ipv4 = ProtoField.ipv4("zokril.ipv4", "IPv4 address"),
+    ipv6 = ProtoField.ipv6("zokril.ipv6", "IPv6 address"),
 
     -- Parcel values without a field of their own carry their meaning in the item's text.
     int = ProtoField.int32("zokril.int32", "int32", base.DEC),
@@ -200,6 +209,11 @@ local E = {
                                 expert.group.ASSUMPTION, expert.severity.WARN),
     closed = ProtoExpert.new("zokril.closed", "Connection closed", expert.group.SEQUENCE,
                              expert.severity.NOTE),
+    no_request = ProtoExpert.new("zokril.no_request", "Response without a request in the capture",
+                                 expert.group.SEQUENCE, expert.severity.WARN),
+    no_response = ProtoExpert.new("zokril.no_response",
+                                  "Request without a response in the capture",
+                                  expert.group.SEQUENCE, expert.severity.WARN),
     lua = ProtoExpert.new("zokril.dissector_error", "Dissector error", expert.group.MALFORMED,
                           expert.severity.ERROR),
 }
@@ -257,6 +271,45 @@ function Cursor:int(tree, field, label)
     return value, item
 end
 
+-- The fields whose String16 is a list of addresses ("10.0.0.2/24 2001:db8::2/64", "a,b").
+local address_lists = {
+    [F.dc_addresses] = true, [F.dc_dnses] = true, [F.dc_gateways] = true, [F.dc_pcscf] = true,
+    [F.b_pcscf] = true, [F.pf_address] = true,
+}
+
+-- The 16 bytes of an IPv6 address written as dotted decimals, as the daemon writes them
+-- ("32.1.13.184.0.0.0.0.0.0.0.0.0.0.0.2"), in the usual hex groups; nil for anything else.
+local function dotted_ipv6(text)
+    local bytes = {}
+    for n in text:gmatch("[^.]+") do
+        local v = n:match("^%d+$") and tonumber(n)
+        if not v or v > 255 then return nil end
+        bytes[#bytes + 1] = v
+    end
+    if #bytes ~= 16 then return nil end
+    local groups = {}
+    for i = 1, 16, 2 do groups[#groups + 1] = string.format("%x", bytes[i] * 256 + bytes[i + 1]) end
+    return table.concat(groups, ":")
+end
+
+-- Address.ip resolves names: only a dotted quad goes to it, only hex digits and colons (and a
+-- dotted tail) to Address.ipv6.
+local function add_typed_addresses(item, range, text)
+    for word in text:gmatch("[^%s,;]+") do
+        local address = word:gsub("/%d+$", "")
+        local a, b, c, d = address:match("^(%d+)%.(%d+)%.(%d+)%.(%d+)$")
+        local v6 = dotted_ipv6(address) or
+                       (address:find(":", 1, true) and address:match("^[%x:%.]+$") and address)
+        if a and tonumber(a) < 256 and tonumber(b) < 256 and tonumber(c) < 256 and
+            tonumber(d) < 256 then
+            item:add(F.ipv4, range, Address.ip(address)):set_generated()
+        elseif v6 then
+            local ok, typed = pcall(Address.ipv6, v6)
+            if ok and typed then item:add(F.ipv6, range, typed):set_generated() end
+        end
+    end
+end
+
 -- One String16: int32 unit count (-1: null), the units, a zero unit, padding to 4 bytes.
 function Cursor:str(tree, field, label)
     if self.short then return nil end
@@ -281,6 +334,7 @@ function Cursor:str(tree, field, label)
     local text = units > 0 and self.tvb(start + 4, units * 2):le_ustring() or ""
     local item = tree:add(field or F.text, self.tvb(start, size), text)
     if label then item:set_text(string.format("%s: \"%s\"", label, text)) end
+    if address_lists[field] then add_typed_addresses(item, self.tvb(start, size), text) end
     if self.tvb(start + 4 + units * 2, 2):le_uint() ~= 0 then
         item:add_proto_expert_info(E.string16)
     end
@@ -583,17 +637,22 @@ end
 -- Requests and responses meet by serial: a response names the latest request with its serial
 -- seen before it. Wireshark dissects in order on the first pass, later passes reuse the links.
 
+-- Time since the request as an exact NSTime. pinfo.abs_ts is a double of some 1.8e9 seconds,
+-- whose differences carry float noise in the microseconds (0.000015974 for 16 us); pinfo.rel_ts
+-- (time since the first packet) is small enough that a difference rounds to the exact
+-- nanosecond for any capture shorter than days. (Field extractors such as frame.time hold
+-- nothing on tshark's first pass, where the links are made.)
+local function elapsed(from_rel, to_rel)
+    local ns = math.floor((to_rel - from_rel) * 1e9 + 0.5)
+    return NSTime.new(math.floor(ns / 1e9), ns % 1000000000)
+end
+
 local open_requests = {}  -- serial -> { frame, time, id } of requests not answered yet
 local request_of = {}     -- response frame -> { frame, time, id }
 local response_of = {}    -- request frame -> { frame, time }
 
 function zok.init()
     open_requests, request_of, response_of = {}, {}, {}
-end
-
-local function seconds_to_nstime(d)
-    local secs = math.floor(d)
-    return NSTime.new(secs, math.floor((d - secs) * 1e9 + 0.5))
 end
 
 local function serial_tree(tree, tvb, offset)
@@ -624,11 +683,14 @@ local function dissect_request(tvb, pinfo, tree)
                                     serial)
 
     if not pinfo.visited then
-        open_requests[serial] = { frame = pinfo.number, time = pinfo.abs_ts, id = id }
+        open_requests[serial] = { frame = pinfo.number, time = pinfo.rel_ts, id = id }
     end
     local response = response_of[pinfo.number]
     if response then
         tree:add(F.response_in, tvb(0, 0), response.frame):set_generated()
+    elseif pinfo.visited then
+        -- Only a later pass knows that the whole capture holds no answer.
+        tree:add_proto_expert_info(E.no_response)
     end
     decode_payload(request_decoders[id], tvb, 20, tree)
 end
@@ -707,7 +769,7 @@ local function dissect_response(tvb, pinfo, tree)
         if request then
             open_requests[serial] = nil
             request_of[pinfo.number] = request
-            response_of[request.frame] = { frame = pinfo.number, time = pinfo.abs_ts }
+            response_of[request.frame] = { frame = pinfo.number }
         end
     end
     local name = "response"
@@ -715,13 +777,21 @@ local function dissect_response(tvb, pinfo, tree)
     if request then
         tree:add(F.request, tvb(0, 0), request.id):set_generated()
         tree:add(F.request_in, tvb(0, 0), request.frame):set_generated()
-        tree:add(F.time, tvb(0, 0), seconds_to_nstime(pinfo.abs_ts - request.time)):set_generated()
+        tree:add(F.time, tvb(0, 0), elapsed(request.time, pinfo.rel_ts)):set_generated()
         name = name_of(request_names, request.id, "REQUEST")
         decoder = response_decoders[request.id]
+    else
+        tree:add_proto_expert_info(E.no_request)
     end
     pinfo.cols.info = string.format("%s resp serial 0x%x %s", name, serial,
                                     name_of(result_names, result, "ZOKRIL_E"))
     decode_payload(decoder, tvb, at + 12, tree)
+end
+
+-- Source and Destination columns: the two ends of the socket.
+local function set_ends(pinfo, from_entity)
+    pinfo.cols.src = from_entity and "entity" or "rild"
+    pinfo.cols.dst = from_entity and "rild" or "entity"
 end
 
 local function dissect(tvb, pinfo, tree)
@@ -734,6 +804,7 @@ local function dissect(tvb, pinfo, tree)
     end
     if len == 0 then
         local who = to_daemon == false and "daemon" or "entity"
+        set_ends(pinfo, who == "entity")
         tree:add(F.close, tvb(0, 0), who):add_proto_expert_info(E.closed)
         pinfo.cols.info = "close by " .. who
         return
@@ -757,6 +828,7 @@ local function dissect(tvb, pinfo, tree)
     end
     tree:add(F.direction, tvb(0, 0), to_daemon and "entity to daemon" or "daemon to entity")
         :set_generated()
+    set_ends(pinfo, to_daemon)
     if to_daemon then
         dissect_request(tvb, pinfo, tree)
     else
@@ -774,4 +846,112 @@ function zok.dissector(tvb, pinfo, tree)
     return tvb:len()
 end
 
-DissectorTable.get("wtap_encap"):add(wtap_encaps.USER0, zok)
+---------------------------------------------------------------------------------------------
+-- Link types. LINKTYPE_USER0 (147) is what the tools write; a capture recorded by something
+-- else under another user link type (148..162) is decoded by setting the preference
+-- zokril.link_type (Edit > Preferences > Protocols > ZOKRIL, or tshark -o zokril.link_type:148).
+
+local encaps = DissectorTable.get("wtap_encap")
+encaps:add(wtap_encaps.USER0, zok)
+local extra_encap = nil
+
+zok.prefs.link_type = Pref.uint("User link type", 147,
+                                "Also decode this LINKTYPE_USERn (147 to 162) as the RIL socket")
+
+function zok.prefs_changed()
+    local n = zok.prefs.link_type - 147
+    local encap = n >= 1 and n <= 15 and wtap_encaps["USER" .. n] or nil
+    if encap == extra_encap then return end
+    if extra_encap then encaps:remove(extra_encap, zok) end
+    extra_encap = encap
+    if encap then encaps:add(encap, zok) end
+end
+
+---------------------------------------------------------------------------------------------
+-- Response times per request name: tshark -q -z zokril,srt, or Statistics > ZOK RIL.
+
+local srt_fields = {
+    request = Field.new("zokril.request"),
+    request_in = Field.new("zokril.request_in"),
+    time = Field.new("zokril.time"),
+    result = Field.new("zokril.result"),
+}
+
+local function srt_format(ns)
+    return string.format("%d.%09d", math.floor(ns / 1e9), ns % 1000000000)
+end
+
+-- The table, as lines: one row per request name, sorted by name.
+local function srt_report(rows, orphans)
+    local names = {}
+    for name in pairs(rows) do names[#names + 1] = name end
+    table.sort(names)
+    local rule = string.rep("=", 100)
+    local out = { rule, "ZOK RIL response times per request (zokril,srt)",
+                  string.format("%-45s %8s %8s %12s %12s %12s", "Request", "Requests", "Answered",
+                                "Min (s)", "Max (s)", "Avg (s)") }
+    for _, name in ipairs(names) do
+        local r = rows[name]
+        local min, max, avg = "-", "-", "-"
+        if r.answered > 0 then
+            min, max = srt_format(r.min), srt_format(r.max)
+            avg = srt_format(math.floor(r.sum / r.answered + 0.5))
+        end
+        out[#out + 1] = string.format("%-45s %8d %8d %12s %12s %12s", name, r.requests,
+                                      r.answered, min, max, avg)
+    end
+    out[#out + 1] = string.rep("-", 100)
+    out[#out + 1] = string.format("Responses without a request: %d", orphans)
+    out[#out + 1] = rule
+    return out
+end
+
+-- A listener that collects the table; `show(lines)` is called with it at every draw.
+local function srt_listener(show)
+    local rows, orphans = {}, 0
+    local tap = Listener.new("frame", "zokril")
+    local function row(id)
+        local name = name_of(request_names, id, "REQUEST")
+        rows[name] = rows[name] or { requests = 0, answered = 0, sum = 0 }
+        return rows[name]
+    end
+    function tap.packet()
+        local request, time = srt_fields.request(), srt_fields.time()
+        if request and time then
+            local r = row(request.value)
+            local ns = time.value.secs * 1000000000 + time.value.nsecs
+            r.answered = r.answered + 1
+            r.sum = r.sum + ns
+            r.min = r.min and math.min(r.min, ns) or ns
+            r.max = r.max and math.max(r.max, ns) or ns
+        elseif request and not srt_fields.request_in() then
+            local r = row(request.value)
+            r.requests = r.requests + 1
+        elseif srt_fields.result() then
+            orphans = orphans + 1
+        end
+    end
+    function tap.reset()
+        rows, orphans = {}, 0
+    end
+    function tap.draw()
+        show(srt_report(rows, orphans))
+    end
+    return tap
+end
+
+register_stat_cmd_arg("zokril,srt", function()
+    srt_listener(function(lines) print(table.concat(lines, "\n")) end)
+end)
+
+if gui_enabled() then
+    register_menu("ZOK RIL/Response times", function()
+        local window = TextWindow.new("ZOK RIL response times")
+        local tap = srt_listener(function(lines)
+            window:clear()
+            window:append(table.concat(lines, "\n") .. "\n")
+        end)
+        window:set_atclose(function() tap:remove() end)
+        retap_packets()
+    end, MENU_STAT_GENERIC)
+end
