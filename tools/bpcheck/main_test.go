@@ -14,7 +14,7 @@ const goodBp = `cc_library_shared {
         "a.cpp",
         "b.cpp",
     ],
-    cflags: ["-Wall"],
+    cflags: ["-Werror"],
     cppflags: ["-fno-rtti"],
     version_script: "x.map",
 }
@@ -33,12 +33,12 @@ func TestFindings(t *testing.T) {
 		{"missing symbol map", "x.map", "y.map", `version_script "y.map": no such file`},
 		{"no symbol map", `    version_script: "x.map",` + "\n", "", "no version_script"},
 		{"not bpfmt's layout", "    name:", "  name:", "bpfmt would reformat"},
-		{"flag not compiled", "COMMAND", "c++ -fno-rtti -c b.cpp", "b.cpp is compiled without -Wall"},
+		{"flag not compiled", "COMMAND", "c++ -Werror=format -fno-rtti -c b.cpp", "b.cpp is compiled without -Werror"},
 	}
 	for _, c := range cases {
 		t.Run(c.name, func(t *testing.T) {
 			root := t.TempDir()
-			bp, command := goodBp, "c++ -Wall -fno-rtti -c b.cpp"
+			bp, command := goodBp, "c++ -Werror -fno-rtti -c b.cpp"
 			if c.from == "COMMAND" {
 				command = c.to
 			} else if c.from != "" {
@@ -48,7 +48,7 @@ func TestFindings(t *testing.T) {
 			files := map[string]string{
 				"Android.bp": bp, "a.cpp": "", "b.cpp": "", "x.map": "",
 				"cmake/entity_sources.cmake": "set(ZOK_ENTITY_SOURCES\n    a.cpp\n    b.cpp\n)\n",
-				"cc.json": `[{"file": "` + abs + `/a.cpp", "command": "c++ -Wall -fno-rtti -c a.cpp"},
+				"cc.json": `[{"file": "` + abs + `/a.cpp", "command": "c++ -Werror -fno-rtti -c a.cpp"},
 				            {"file": "` + abs + `/b.cpp", "command": "` + command + `"}]`,
 			}
 			for name, text := range files {
