@@ -11,6 +11,7 @@
 # <library dir> holds the tree's stand-ins for the shared_libs (libbinder.so, ...); <sysroot>
 # holds the target's libc, libm, libstdc++.
 set -uo pipefail
+export LC_ALL=C  # one collation for sort and comm
 
 so=$1 sysroot=$2 libdir=$3
 shift 3
@@ -54,12 +55,11 @@ stack=$(awk '$1 == "GNU_STACK" {print $(NF - 1)}' <<<"$segments")
 grep -Eq '\(TEXTREL\)|\(FLAGS\).*TEXTREL' <<<"$dynamic" &&
   fail "text relocations (code not built position-independent)"
 
-exported=$($nm -D --defined-only "$so" | awk '{print $3}' | sort | tr '\n' ' ')
-expected=$(tr ' ' '\n' <<<"$exports" | grep . | sort | tr '\n' ' ')
+exported=$($nm -D --defined-only "$so" | awk '{print $3}' | sort)
+expected=$(tr ' ' '\n' <<<"$exports" | grep . | sort)
 [ "$exported" = "$expected" ] ||
-  fail "exports differ: extra [$(comm -23 <(tr ' ' '\n' <<<"$exported") <(tr ' ' '\n' <<<"$expected") |
-    tr '\n' ' ')] missing [$(comm -13 <(tr ' ' '\n' <<<"$exported") <(tr ' ' '\n' <<<"$expected") |
-    tr '\n' ' ')]"
+  fail "exports differ: extra [$(comm -23 <(echo "$exported") <(echo "$expected") | xargs)]" \
+       "missing [$(comm -13 <(echo "$exported") <(echo "$expected") | xargs)]"
 
 # Needed libraries: each must be a named shared_lib or the runtime; their definitions are what the
 # object's imports may resolve to.
