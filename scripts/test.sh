@@ -99,10 +99,11 @@ run_aarch64() {
 # the module's cflags and cppflags, the shared object checked as the loader sees it
 # (scripts/lib/device_object.sh), and the suite under qemu-aarch64.
 run_device() {
-  local go=(env GO111MODULE=off GOPATH=/usr/share/gocode GOCACHE="$top/out/gocache" GOENV=off GOFLAGS=
-            GOPROXY=off)
+  local go=(env GO111MODULE=off GOPATH=/usr/share/gocode GOCACHE="$top/out/gocache" GOENV=off
+            GOFLAGS= GOPROXY=off)
   echo "== device: Android.bp (Soong's parser and property structs)"
   mkdir -p out
+  [ -z "$(gofmt -l tools/bpcheck)" ] || { echo "gofmt would reformat tools/bpcheck" >&2; return 1; }
   "${go[@]}" go test -p "$jobs" ./tools/bpcheck
   "${go[@]}" go build -p "$jobs" -o out/bpcheck ./tools/bpcheck
   out/bpcheck -root .
