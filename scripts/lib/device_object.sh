@@ -67,6 +67,7 @@ allowed=" $runtime "
 for lib in "$@"; do allowed+="$lib.so "; done
 defined=$(mktemp)
 trap 'rm -f "$defined"' EXIT
+# shellcheck disable=SC2013  # sonames are single words
 for needed in $(sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' <<<"$dynamic"); do
   if [[ $allowed != *" $needed "* ]]; then
     fail "needs $needed, which Android.bp does not name"
