@@ -1,5 +1,5 @@
-# The entity's sources, one file per concept. Android.bp lists the same files; a test fails when
-# the two lists drift apart.
+# The entity's sources, one file per concept. Android.bp lists the same files; tools/bpcheck
+# (scripts/test.sh device) fails when the two lists drift apart.
 set(ZOK_ENTITY_SOURCES
     core/capability_sim.cpp
     core/dispatcher.cpp

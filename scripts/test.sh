@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # Builds from clean and runs every test: native, the whole suite again with clang (locking
 # annotations checked), formatting, coverage, then the suite for AArch64 under qemu-aarch64, under
-# the sanitizers and fuzzing. Installs what it needs from Debian's packages when missing.
+# the sanitizers and fuzzing, and the device build (Android.bp read by Soong, clang for AArch64,
+# the shared object checked as a device loads it). Installs what it needs from Debian's packages
+# when missing.
 #
 #   scripts/test.sh            # everything
-#   scripts/test.sh native     # one stage: native | clang | format | coverage | aarch64 | asan
-#                              #            | tsan | fuzz
+#   scripts/test.sh native     # one stage: native | clang | format | coverage | aarch64 | device
+#                              #            | asan | tsan | fuzz
 #   scripts/test.sh valgrind   # not in the default list: integration tests under memcheck
 set -euo pipefail
 
@@ -13,7 +15,7 @@ top=$(cd "$(dirname "$0")/.." && pwd)
 cd "$top"
 . scripts/lib/packages.sh
 stages=("$@")
-[ ${#stages[@]} -gt 0 ] || stages=(native clang format coverage aarch64 asan tsan fuzz)
+[ ${#stages[@]} -gt 0 ] || stages=(native clang format coverage aarch64 device asan tsan fuzz)
 
 need=(cmake ninja-build g++ googletest clang-format g++-aarch64-linux-gnu qemu-user
       android-libcutils-dev android-liblog-dev)
@@ -25,6 +27,9 @@ for s in "${stages[@]}"; do
     native) need+=(tshark python3-pytest) ;;
     clang) need+=(clang) ;;
     fuzz) need+=(clang libclang-rt-14-dev) ;;
+    # Soong and Blueprint as Go sources (and the protobuf package Soong imports), built offline.
+    device) need+=(clang lld golang-go golang-android-soong-dev golang-github-google-blueprint-dev
+                   golang-github-golang-protobuf-1-3-dev blueprint-tools) ;;
     valgrind) need+=(valgrind) ;;
   esac
 done
@@ -86,6 +91,37 @@ run_aarch64() {
   cmake --build out/aarch64 -j "$jobs"
   echo "== aarch64 tests (qemu-aarch64)"
   (cd out/aarch64 && ctest -j "$jobs" --output-on-failure)
+}
+
+# The device build. First Android.bp through Soong's own parser and property structs
+# (tools/bpcheck, built offline in GOPATH mode from Debian's Go sources; its table of bad snippets
+# runs first). Then entity and suite with clang for AArch64, lld and the platform's default
+# hardening (cmake/aarch64-linux-gnu-clang.cmake), the entity's compile commands checked against
+# the module's cflags and cppflags, the shared object checked as the loader sees it
+# (scripts/lib/device_object.sh), and the suite under qemu-aarch64.
+run_device() {
+  local go=(env GO111MODULE=off GOPATH=/usr/share/gocode GOCACHE="$top/out/gocache" GOENV=off
+            GOFLAGS= GOPROXY=off)
+  echo "== device: Android.bp (Soong's parser and property structs)"
+  mkdir -p out
+  [ -z "$(gofmt -l tools/bpcheck)" ] || { echo "gofmt would reformat tools/bpcheck" >&2; return 1; }
+  "${go[@]}" go test -p "$jobs" ./tools/bpcheck
+  "${go[@]}" go build -p "$jobs" -o out/bpcheck ./tools/bpcheck
+  out/bpcheck -root .
+  echo "== device: clang aarch64 build (hardened, lld)"
+  rm -rf out/device
+  cmake -S . -B out/device -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+        -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu-clang.cmake \
+        -DCMAKE_EXPORT_COMPILE_COMMANDS=ON >/dev/null
+  cmake --build out/device -j "$jobs"
+  out/bpcheck -root . -compile-commands out/device/compile_commands.json
+  echo "== device: the shared object as the loader sees it"
+  # shellcheck disable=SC2046  # one word per library
+  scripts/lib/device_object.sh out/device/libzok_rilproxy.so /usr/aarch64-linux-gnu \
+    out/device/platform/host $(out/bpcheck -root . -print-shared-libs)
+  echo "object checks clean"
+  echo "== device tests (qemu-aarch64)"
+  (cd out/device && ctest -j "$jobs" --output-on-failure)
 }
 
 # The whole suite again under a sanitizer; any report fails the run.
@@ -162,6 +198,7 @@ for s in "${stages[@]}"; do
     format) run_format ;;
     coverage) run_coverage ;;
     aarch64) run_aarch64 ;;
+    device) run_device ;;
     asan) run_sanitizer asan address,undefined ;;
     tsan) run_sanitizer tsan thread ;;
     fuzz) run_fuzz ;;

@@ -3,8 +3,7 @@
 // the binder import stays weak so the entity loads where the platform lacks it. A child process
 // (weak_import_probe) then loads the entity after one of two host binder libraries with the same
 // soname, with and without initWithDriver: where it is absent the entity must still load and init
-// must skip it. And the vendor build (Android.bp) and the host build (CMake) must compile the same
-// entity sources into it.
+// must skip it.
 #include <elf.h>
 #include <gtest/gtest.h>
 #include <string.h>
@@ -13,8 +12,6 @@
 #include <iterator>
 #include <limits>
 #include <map>
-#include <regex>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -142,31 +139,6 @@ TEST(WeakImportTest, InitCallsInitWithDriverOnlyWhereTheBinderLibraryHasIt) {
         EXPECT_EQ(r.out.find(") after call initWithDriver\n") != std::string::npos, c.present);
         EXPECT_EQ(lines.back(), "init returned 21");
     }
-}
-
-// Every quoted or bare *.cpp path inside the first block that starts with `opener`.
-std::set<std::string> sourcesIn(const std::string &text, const std::string &opener, char closer) {
-    std::set<std::string> out;
-    size_t start = text.find(opener);
-    if (start == std::string::npos) return out;
-    size_t end = text.find(closer, start + opener.size());
-    std::string block = text.substr(start, end - start);
-    std::regex path(R"([A-Za-z0-9_/]+\.cpp)");
-    for (auto it = std::sregex_iterator(block.begin(), block.end(), path);
-         it != std::sregex_iterator(); ++it) {
-        out.insert(it->str());
-    }
-    return out;
-}
-
-TEST(BuildFilesTest, AndroidBpListsTheCMakeSources) {
-    std::string cmake = readFile(std::string(ZOK_SOURCE_DIR) + "/cmake/entity_sources.cmake");
-    std::string bp = readFile(std::string(ZOK_SOURCE_DIR) + "/Android.bp");
-    std::set<std::string> fromCmake = sourcesIn(cmake, "set(ZOK_ENTITY_SOURCES", ')');
-    std::set<std::string> fromBp = sourcesIn(bp, "srcs: [", ']');
-    // (That each source exists is the configure's check.)
-    ASSERT_GT(fromCmake.size(), 10u);
-    EXPECT_EQ(fromCmake, fromBp);
 }
 
 }  // namespace

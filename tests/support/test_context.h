@@ -38,10 +38,13 @@ struct TestContext {
             ctx->serial_seq = 1;
         }
         ctx->cmd_thread.entity = ctx->urc_thread.entity = ctx;
-        pipe2(ctx->cmd_thread.pipe_fd, O_NONBLOCK);
-        pipe2(ctx->urc_thread.pipe_fd, O_NONBLOCK);
         int sv[2];
-        socketpair(AF_UNIX, SOCK_STREAM, 0, sv);
+        // Out of descriptors: no test could mean anything after this.
+        if (pipe2(ctx->cmd_thread.pipe_fd, O_NONBLOCK) != 0 ||
+            pipe2(ctx->urc_thread.pipe_fd, O_NONBLOCK) != 0 ||
+            socketpair(AF_UNIX, SOCK_STREAM, 0, sv) != 0) {
+            abort();
+        }
         ctx->cmd_thread.fd = own = sv[0];
         peer = sv[1];
         if (with_task) {
