@@ -233,7 +233,7 @@ TEST_F(ReaderTest, RefusedTlvRetryWaitsNeitherForTheTaskThreadNorForAFullSocket)
         param.serial_no = 0x100;
         param.parcel.setData(big.data(), big.size());
         RilproxyMutexHold hold(&ctx->cmd_thread.sock_mutex);
-        EXPECT_EQ(rilproxy_send_ril_request(t->own, &param), 0);
+        EXPECT_EQ(ctx->channel->send(t->own, &param), 0);
     });
     pollfd sending = {t->peer, POLLIN, 0};  // its first bytes: it holds the socket now
     ASSERT_EQ(poll(&sending, 1, 5000), 1);
@@ -242,7 +242,7 @@ TEST_F(ReaderTest, RefusedTlvRetryWaitsNeitherForTheTaskThreadNorForAFullSocket)
     ASSERT_EQ(write(t->peer, refused.data(), refused.size()), ssize_t(refused.size()));
 
     EXPECT_EQ(rilproxy_read_one_frame(ctx, t->own), RILPROXY_FRAME_OK);
-    EXPECT_EQ(rilproxy_flush_reader_outbox(t->own), RILPROXY_OUTBOX_WAITS_FOR_TOKEN);
+    EXPECT_EQ(t->ctx->channel->flush(t->own), RILPROXY_OUTBOX_WAITS_FOR_TOKEN);
     auto drain = [&](size_t size) {
         std::vector<uint8_t> got(size);
         for (size_t at = 0; at < size;) {
@@ -264,10 +264,10 @@ TEST_F(ReaderTest, RefusedTlvRetryWaitsNeitherForTheTaskThreadNorForAFullSocket)
         ssize_t n;
         while ((n = send(t->own, filler.data(), chunk, MSG_DONTWAIT)) > 0) filled += n;
     }
-    EXPECT_EQ(rilproxy_flush_reader_outbox(t->own), RILPROXY_OUTBOX_WAITS_FOR_SOCKET);
+    EXPECT_EQ(t->ctx->channel->flush(t->own), RILPROXY_OUTBOX_WAITS_FOR_SOCKET);
     ASSERT_EQ(drain(filled).size(), filled);
     EXPECT_EQ(t->received(), "");  // nothing of the re-sent frame before its turn
-    EXPECT_EQ(rilproxy_flush_reader_outbox(t->own), RILPROXY_OUTBOX_EMPTY);
+    EXPECT_EQ(t->ctx->channel->flush(t->own), RILPROXY_OUTBOX_EMPTY);
     EXPECT_EQ(t->received(), "00 00 00 10 04 00 00 00 01 00 00 00 38 00 00 00 00 03 00 00");
 }
 

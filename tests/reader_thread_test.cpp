@@ -183,7 +183,7 @@ TEST_F(ReaderThreadTest, EveryLostConnectionEndsTheProcessAfterTheTeardownInOrde
                  param.parcel.setData(big.data(), big.size());
                  RilproxyMutexHold hold(&ctx->cmd_thread.sock_mutex);
                  locked.set_value();
-                 rilproxy_send_ril_request(ctx->cmd_thread.fd, &param);
+                 ctx->channel->send(ctx->cmd_thread.fd, &param);
              }).detach();
              locked.get_future().wait();
              // Held open past the test's end, as a daemon that is alive.
