@@ -271,4 +271,27 @@ TEST_F(ReaderTest, RefusedTlvRetryWaitsNeitherForTheTaskThreadNorForAFullSocket)
     EXPECT_EQ(t->received(), "00 00 00 10 04 00 00 00 01 00 00 00 38 00 00 00 00 03 00 00");
 }
 
+// A daemon that stops reading and keeps refusing the same parked request with the retry bit: the
+// re-sends it provokes stop at the outbox's ceiling, and the connection counts as lost.
+TEST_F(ReaderTest, ForgedRetryFloodStopsAtTheOutboxCeiling) {
+    t.reset(new TestContext);
+    event_ptr_t e = vopa_host::new_event(EVENT_LAST_DATA_CALL_FAIL_CAUSE_REQ, "", 1, 31);
+    uint8_t slot = rilproxy_add_event_to_pool(t->ctx, e) & RIL_SERIAL_SLOT_MASK;
+    char fill[4096] = {};
+    while (send(t->own, fill, sizeof(fill), MSG_DONTWAIT) > 0) continue;
+    LogCapture logs;
+    int rounds = 0;
+    for (; t->ctx->cmd_thread.fd >= 0 && rounds < 100; rounds++) {
+        std::vector<uint8_t> refused =
+            bytes("00 00 00 10 00 00 00 00 00 00 00 00 00 00 00 40 06 00 00 00");
+        refused[12] = slot;
+        ASSERT_EQ(write(t->peer, refused.data(), refused.size()), 20);
+        ASSERT_EQ(rilproxy_read_one_frame(t->ctx, t->own), RILPROXY_FRAME_OK);
+        for (slot = 0; slot < RILPROXY_EVENT_POOL_SIZE && t->slot(slot) != e;) slot++;
+    }
+    EXPECT_EQ(rounds, 33);  // 32 frames wait, the 33rd is one too many
+    EXPECT_TRUE(logs.containsMessage("reader outbox full (32 frames), the daemon does not read"));
+    EXPECT_EQ(delivered(4), "reply 31 4018 8 [02 00 00 00]");
+}
+
 }  // namespace
