@@ -62,18 +62,38 @@ ril_handler_tlv_t *rilproxy_find_handler_tlv(ril_handler_tlv_t *table, event_id_
     return nullptr;
 }
 
-uint32_t rilproxy_add_event_to_pool(rilproxy_entity_priv_t *ctx, event_ptr_t event) {
-    uint32_t serial = 0;
+namespace {
+
+// A slot for a request whose event is not reachable yet: take by serial finds nothing in it until
+// publishEvent. The request function reads the event while it builds the frame, so a daemon that
+// guesses the serial cannot have the reader answer and free it meanwhile.
+uint32_t reserveSlot(rilproxy_entity_priv_t *ctx) {
     RilproxyMutexHold hold(&ctx->event_pool_mutex);
     for (uint32_t slot = 0; slot < RILPROXY_EVENT_POOL_SIZE; ++slot) {
         // A held slot is empty but still owed to a request whose event went back to its caller.
         if (ctx->event_pool[slot] != nullptr || slotHeld(ctx, slot)) continue;
-        ctx->event_pool[slot] = event;
+        ctx->held_without_event |= 1u << slot;
         ctx->serial_seq = ctx->serial_seq > RIL_SERIAL_SEQ_MAX ? 1 : ctx->serial_seq + 1;
-        serial = slot | (ctx->serial_seq << RIL_SERIAL_SEQ_SHIFT);
-        vopa_event_do_statistic(event, kStatisticParked);
-        break;
+        return slot | (ctx->serial_seq << RIL_SERIAL_SEQ_SHIFT);
     }
+    return 0;
+}
+
+void publishEvent(rilproxy_entity_priv_t *ctx, uint32_t serial, event_ptr_t event) {
+    uint32_t slot = serial & RIL_SERIAL_SLOT_MASK;
+    {
+        RilproxyMutexHold hold(&ctx->event_pool_mutex);
+        ctx->held_without_event &= ~(1u << slot);
+        ctx->event_pool[slot] = event;
+    }
+    vopa_event_do_statistic(event, kStatisticParked);
+}
+
+}  // namespace
+
+uint32_t rilproxy_add_event_to_pool(rilproxy_entity_priv_t *ctx, event_ptr_t event) {
+    uint32_t serial = reserveSlot(ctx);
+    if (serial != 0) publishEvent(ctx, serial, event);
     return serial;
 }
 
@@ -108,7 +128,11 @@ bool rilproxy_reclaim_event(rilproxy_entity_priv_t *ctx, uint32_t serial_no, eve
     // parks it again, so a slot that holds this event holds this request's.
     if (ctx->event_pool[slot] != event) return false;
     ctx->event_pool[slot] = nullptr;
-    if (holdSlot) ctx->held_without_event |= 1u << slot;
+    if (holdSlot) {
+        ctx->held_without_event |= 1u << slot;
+    } else {
+        ctx->held_without_event &= ~(1u << slot);
+    }
     return true;
 }
 
@@ -135,7 +159,7 @@ int handleRequest(const char *signature, rilproxy_entity_priv_t *ctx, event_ptr_
         RLOGE("RILD is disconnected (%p)", fnAddress(row->err));
         goto fail;
     }
-    serial = rilproxy_add_event_to_pool(ctx, event);
+    serial = reserveSlot(ctx);
     if (serial == 0) {
         RLOGE("event pool is full (%p)", fnAddress(row->err));
         goto fail;
@@ -147,8 +171,12 @@ int handleRequest(const char *signature, rilproxy_entity_priv_t *ctx, event_ptr_
     param.serial_no = serial;
     if (callRequest(row, event, param) < 0) {
         RLOGE("callback error (%p)", fnAddress(row->err));
-        goto fail;
+        // Never reachable by the reader: the plain path keeps the slot taken, the TLV path gives
+        // it back.
+        if (tlv) rilproxy_reclaim_event(ctx, serial, nullptr, false);
+        goto answer;
     }
+    publishEvent(ctx, serial, event);
     if (rilproxy_channel_send(ctx, &param, sender) == 0) return 0;
     ctx->cmd_thread.fd.store(-1, std::memory_order_relaxed);
     RLOGE("send ril error (%p)", fnAddress(row->err));
@@ -162,6 +190,7 @@ fail:
         RLOGE("event of serial_no %x already answered", serial);
         return 0;
     }
+answer:
     if (row->err != nullptr) {
         row->err(reinterpret_cast<task_ptr_t>(ctx), event, resp_event_id, ZOKRIL_E_GENERIC_FAILURE);
     }
