@@ -498,6 +498,9 @@ void *rilproxy_cmd_resp_thread(void *arg) {
     ZOK_LOG_SELF(kSigCmdRespThread);
     rilproxy_thread_priv_t *record = static_cast<rilproxy_thread_priv_t *>(arg);
     rilproxy_entity_priv_t *entity = record->entity;
+    // The reader uses the channel for the rest of the process, also after the entity's exit has
+    // freed the context; this reference keeps it reachable (and leak checkers quiet).
+    RilChannel *const channel = entity->channel;
     // Zeroed once, not per attempt: a name that fails is overwritten by the next choice.
     char name[kNameSize];
     memset(name, 0, sizeof(name));
@@ -516,8 +519,8 @@ void *rilproxy_cmd_resp_thread(void *arg) {
             continue;
         }
         {
-            RilproxyMutexHold hold(&entity->channel->mRecord->sock_mutex);
-            entity->channel->adoptSocket(fd);
+            RilproxyMutexHold hold(&channel->mRecord->sock_mutex);
+            channel->adoptSocket(fd);
             RLOGI("RIL Command socket connect success, fd = %d", fd);
         }
         rilproxy_send_data_notification_request(&entity->task);
