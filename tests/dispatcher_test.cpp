@@ -177,12 +177,8 @@ TEST_F(DispatcherTest, SendFailingAfterTheAnswerNeitherAnswersNorFreesAgain) {
         LogCapture logs;
         ASSERT_TRUE(
             vopa_host::post(TASK_ID_RILPROXY, c.id, c.payload.data(), int(c.payload.size()), 9));
-        for (int ms = 0; ms < 5000 && logs.indexOf("RILD is disconnected") < 0; ms++) {
-            auto m = logs.messages();
-            if (std::any_of(m.begin(), m.end(), [](auto &l) { return l.find("send ril") == 0; }))
-                break;
-            usleep(1000);
-        }
+        auto sending = [&] { return logs.lines().back().message.find("send ril") == 0; };
+        for (int ms = 0; ms < 5000 && (logs.lines().empty() || !sending()); ms++) usleep(1000);
         std::vector<uint8_t> refused = bytes(
             "00 00 00 10 00 00 00 00 00 00 00 00 00 02 00 00 "
             "02 00 00 00");

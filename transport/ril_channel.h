@@ -5,7 +5,7 @@
 //
 //     RilChannel channel(&ctx->cmd_thread);          // owns nothing yet
 //     channel.adoptPipe(readEnd, writeEnd);          // closed with the channel
-//     { RilproxyMutexHold h(&record->sock_mutex); channel.adoptSocket(fd); }   // reader
+//     { RilproxyMutexHold h(&channel.mRecord->sock_mutex); channel.adoptSocket(fd); }  // reader
 //     channel.send(fd, &param);                      // task thread: blocks, frame whole
 //     channel.queue(fd, &param);                     // reader: never blocks
 //
