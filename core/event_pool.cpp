@@ -139,7 +139,6 @@ bool rilproxy_reclaim_event(rilproxy_entity_priv_t *ctx, uint32_t serial_no, eve
 int rilproxy_channel_send(rilproxy_entity_priv_t *ctx, rilproxy_ril_requset_param_t *param,
                           RilproxySender sender) {
     int fd = ctx->cmd_thread.fd.load(std::memory_order_relaxed);
-    if (ctx->channel == nullptr) return rilproxy_send_ril_request(fd, param);
     return sender == RilproxySender::kReader ? ctx->channel->queue(fd, param)
                                              : ctx->channel->send(fd, param);
 }
