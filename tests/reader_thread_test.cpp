@@ -151,8 +151,11 @@ struct TeardownCase {
     int boundMs = kRilproxySendBoundMs;
 };
 
-// The task thread in a 1 MiB send under sock_mutex to a daemon that does not read.
+// The task thread in a 1 MiB send under sock_mutex to a daemon that does not read (and has not
+// for a while: the socket is full before the frame's first byte).
 void startStuckSend(rilproxy_entity_priv_t *ctx) {
+    char fill[4096] = {};
+    while (send(ctx->cmd_thread.fd, fill, sizeof(fill), MSG_DONTWAIT) > 0) continue;
     std::promise<void> locked;
     std::thread([ctx, &locked] {
         std::vector<uint8_t> big(1 << 20, 0x5a);

@@ -87,6 +87,8 @@ void rilproxy_build_request_header(int fd, const rilproxy_ril_requset_param_t *p
 int rilproxy_write_frame(int fd, const uint32_t (&header)[RIL_REQ_HEADER_SIZE / 4],
                          const uint8_t *data, size_t size, std::atomic<int64_t> *moved) {
     ZOK_LOG_AS(kSigSendRilRequest);
+    // The header's send may already block: a daemon that stopped reading long ago.
+    if (moved != nullptr) moved->store(rilproxy_now_ms(), std::memory_order_relaxed);
     if (_send_full(fd, reinterpret_cast<char *>(const_cast<uint32_t *>(header)),
                    RIL_REQ_HEADER_SIZE) != RIL_REQ_HEADER_SIZE) {
         RLOGE("send header error");
@@ -95,7 +97,7 @@ int rilproxy_write_frame(int fd, const uint32_t (&header)[RIL_REQ_HEADER_SIZE / 
     if (data == nullptr) return 0;
     // Straight from the Parcel's buffer: the payload is never copied.
     for (size_t at = 0; at < size;) {
-        if (moved != nullptr) moved->store(rilproxy_now_ms(), std::memory_order_relaxed);
+        if (moved != nullptr && at != 0) moved->store(rilproxy_now_ms(), std::memory_order_relaxed);
         int step = static_cast<int>(size - at < kSendStep ? size - at : kSendStep);
         if (_send_full(fd, reinterpret_cast<char *>(const_cast<uint8_t *>(data + at)), step) !=
             step) {
