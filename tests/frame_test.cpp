@@ -206,6 +206,18 @@ TEST(ChannelTest, TeardownFreesTheTokenTheReaderHolds) {
     EXPECT_EQ(done.get(), -1);
 }
 
+// A number poll reported invalid may name someone else's descriptor by the teardown: it is
+// forgotten, not closed.
+TEST(ChannelTest, TeardownLeavesAForeignNumberOpen) {
+    TestContext t;
+    {
+        RilproxyMutexHold hold(&t.ctx->channel->mRecord->sock_mutex);
+        t.ctx->channel->closeSocket(false);
+    }
+    EXPECT_EQ(t.ctx->cmd_thread.fd, -1);
+    EXPECT_EQ(close(t.own), 0);
+}
+
 // An interrupted wait is no error; any other failure of the wait is logged.
 TEST(ChannelTest, InterruptedWaitIsNotLogged) {
     TestContext t;

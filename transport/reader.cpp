@@ -301,22 +301,22 @@ static int waitPipeAndSocket(rilproxy_thread_priv_t *thread, int fd, int timeout
 // What the wait returns when the socket's descriptor is no longer valid (closed by someone else).
 constexpr int kSocketLost = -2;
 
-// Returns when the connection must be torn down.
-static void serveConnection(rilproxy_thread_priv_t *record, int fd) {
+// Returns when the connection must be torn down: false when the descriptor itself is gone.
+static bool serveConnection(rilproxy_thread_priv_t *record, int fd) {
     ZOK_LOG_AS(kSigCmdRespThread);
     RilChannel *channel = record->entity->channel;
     for (;;) {
         // A sender marks a failed send with -1; 0 counts as lost too.
-        if (record->fd.load(std::memory_order_relaxed) <= 0) return;
+        if (record->fd.load(std::memory_order_relaxed) <= 0) return true;
         if (record->enabled.load(std::memory_order_relaxed) == 0) {
             RLOGE("RIL Command thread is disable");
-            return;
+            return true;
         }
         // A daemon that stopped reading leaves a send (the task thread's, holding sock_mutex, or
         // the reader's queued frame) without progress; the reader, still free, ends it here.
         if (channel->writeStalled()) {
             RLOGE("socket send error : no progress for %d ms", channel->sendBoundMs());
-            return;
+            return true;
         }
         // Frames the reader queued (re-sent requests) go out between reads, never blocking: the
         // reader must keep reading whatever the socket's other direction does.
@@ -325,7 +325,7 @@ static void serveConnection(rilproxy_thread_priv_t *record, int fd) {
         switch (channel->flush(fd)) {
             case RILPROXY_OUTBOX_LOST:
                 record->fd.store(-1, std::memory_order_relaxed);
-                return;
+                return true;
             case RILPROXY_OUTBOX_WAITS_FOR_SOCKET:
                 woke = waitPipeAndSocket(record, fd, idleMs, true);
                 break;
@@ -339,15 +339,15 @@ static void serveConnection(rilproxy_thread_priv_t *record, int fd) {
                 woke = waitPipeAndSocket(record, fd, idleMs, false);
                 break;
         }
-        if (woke == kSocketLost) return;
+        if (woke == kSocketLost) return false;
         if (woke != 1) continue;
-        if (rilproxy_read_one_frame(record->entity, fd) == RILPROXY_FRAME_FATAL) return;
+        if (rilproxy_read_one_frame(record->entity, fd) == RILPROXY_FRAME_FATAL) return true;
     }
 }
 
 // The order matters: the framework hears "closed" before the waiting events are released, and
 // the IMS daemons are stopped before the process ends so that init restarts them together.
-static void tearDown(rilproxy_thread_priv_t *record, int fd) {
+static void tearDown(rilproxy_thread_priv_t *record, int fd, bool stillOurs) {
     ZOK_LOG_AS(kSigCmdRespThread);
     rilproxy_entity_priv_t *entity = record->entity;
     // sock_mutex may be held by a task thread that sits in a send to a daemon that has stopped
@@ -356,10 +356,10 @@ static void tearDown(rilproxy_thread_priv_t *record, int fd) {
     // with EPIPE), so the lock below comes free. The descriptor number stays taken until the
     // close, so no other descriptor can be mistaken for it meanwhile.
     entity->channel->dropOutbox();
-    shutdown(fd, SHUT_RDWR);
+    if (stillOurs) shutdown(fd, SHUT_RDWR);
     {
         RilproxyMutexHold hold(&entity->channel->mRecord->sock_mutex);
-        entity->channel->closeSocket();
+        entity->channel->closeSocket(stillOurs);
         RLOGI("RIL Command socket (%d) is closed", fd);
     }
     rilproxy_send_bcast_state_notify(&entity->task, RILPROXY_STATE_CLOSED);
@@ -525,8 +525,8 @@ void *rilproxy_cmd_resp_thread(void *arg) {
         }
         rilproxy_send_data_notification_request(&entity->task);
         rilproxy_send_bcast_state_notify(&entity->task, RILPROXY_STATE_CONNECTED);
-        serveConnection(record, fd);
-        tearDown(record, fd);
+        bool stillOurs = serveConnection(record, fd);
+        tearDown(record, fd, stillOurs);
     }
     return nullptr;
 }

@@ -54,8 +54,9 @@ void RilChannel::adoptSocket(int fd) {
     mRecord->fd.store(fd, std::memory_order_relaxed);
 }
 
-void RilChannel::closeSocket() {
+void RilChannel::closeSocket(bool stillOurs) {
     mRecord->fd.store(-1, std::memory_order_relaxed);
+    if (!stillOurs) mSocket.release();
     mSocket.reset();
 }
 

@@ -35,6 +35,8 @@ public:
     RilproxyUniqueFd &operator=(const RilproxyUniqueFd &) = delete;
     int get() const { return mFd; }
     void reset(int fd = -1);
+    // Forgets the descriptor without closing it.
+    void release() { mFd = -1; }
 
 private:
     int mFd = -1;
@@ -96,8 +98,9 @@ public:
 
     // Reader: the connected socket. Applies the receive bound and publishes the number in fd.
     void adoptSocket(int fd) RILPROXY_REQUIRES(mRecord->sock_mutex);
-    // Reader, in the teardown: unpublishes and closes the socket.
-    void closeSocket() RILPROXY_REQUIRES(mRecord->sock_mutex);
+    // Reader, in the teardown: unpublishes and closes the socket. A number that poll reported
+    // invalid was closed by someone else and may name their descriptor now: it is only forgotten.
+    void closeSocket(bool stillOurs) RILPROXY_REQUIRES(mRecord->sock_mutex);
 
     // Task thread: the whole frame, blocking, under the write token. The result and the lines
     // are rilproxy_send_ril_request's.
