@@ -208,7 +208,7 @@ TEST_F(ReaderTest, PipeWinsOverSocketAndIsDrainedInSteps) {
 // The reader still returns from the frame, so it goes on reading and the daemon can move. The
 // task thread's frame goes out whole, its pipe byte wakes the reader, and the re-sent frame follows
 // whole (through a full socket: the channel test's).
-TEST_F(ReaderTest, RefusedTlvRetryWaitsNeitherForTheTaskThreadNorForAFullSocket) {
+TEST_F(ReaderTest, RefusedTlvRetryNeverWaitsForTheTaskThread) {
     property_set("persist.vendor.radio.simswitch", "2");  // capability SIM 1
     t.reset(new TestContext);
     rilproxy_entity_priv_t *ctx = t->ctx;
