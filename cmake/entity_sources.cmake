@@ -7,6 +7,7 @@ set(ZOK_ENTITY_SOURCES
     core/event_pool.cpp
     core/replies.cpp
     transport/frame.cpp
+    transport/ril_channel.cpp
     transport/reader.cpp
     handlers/data_call_handlers.cpp
     handlers/handler_tables.cpp

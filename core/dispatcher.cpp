@@ -8,6 +8,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include "core/event_handle.h"
 #include "core/event_pool.h"
 #include "core/framework_calls.h"
 #include "core/handler_lookup.h"
@@ -38,20 +39,17 @@ void wakeChannels(rilproxy_entity_priv_t *ctx) {
 }
 
 void answerConnection(task_ptr_t task, event_ptr_t event) {
-    event_ptr_t reply = vopa_event_alloc(event);
+    RilproxyEvent reply(vopa_event_alloc(event));
     // Guard: the framework may fail the allocation; there is then nothing to answer with.
-    if (reply == nullptr) return;
+    if (!reply) return;
     int32_t result = 0;
-    event_set_data(reply, 0, &result, sizeof(result));
-    if (task == nullptr) {
-        vopa_event_free(reply);
-        return;
-    }
-    uint32_t requester = vopa_event_get_ext_id(reply);
+    event_set_data(reply.get(), 0, &result, sizeof(result));
+    if (task == nullptr) return;
+    uint32_t requester = vopa_event_get_ext_id(reply.get());
     if (requester != 0) {
-        vopa_context_common_send(task, reply, static_cast<task_id_t>(requester));
+        vopa_context_common_send(task, reply.release(), static_cast<task_id_t>(requester));
     } else {
-        vopa_task_bcast_ext_event(task, reply);
+        vopa_task_bcast_ext_event(task, reply.release());
     }
 }
 
@@ -115,8 +113,8 @@ void forwardTlvResult(rilproxy_entity_priv_t *ctx, event_ptr_t event, const TlvR
     }
     uint32_t serial_no;
     memcpy(&serial_no, data, sizeof(serial_no));
-    event_ptr_t waiting = rilproxy_take_event_by_serial(ctx, serial_no);
-    if (waiting == nullptr) {
+    RilproxyEvent waiting(rilproxy_take_event_by_serial(ctx, serial_no));
+    if (!waiting) {
         RLOGE("not found req_event_ptr for serial_no %x", serial_no);
         return;
     }
@@ -125,9 +123,8 @@ void forwardTlvResult(rilproxy_entity_priv_t *ctx, event_ptr_t event, const TlvR
     unsigned char body[RILPROXY_TLV_DATA_CALL_INFO_SIZE];
     rilproxy_copy_bounded(body, result.size, static_cast<unsigned char *>(data) + sizeof(serial_no),
                           len - static_cast<int>(sizeof(serial_no)));
-    rilproxy_reply_response(reinterpret_cast<task_ptr_t>(ctx), waiting, result.resp_id, body,
+    rilproxy_reply_response(reinterpret_cast<task_ptr_t>(ctx), waiting.get(), result.resp_id, body,
                             static_cast<int>(result.size));
-    vopa_event_free(waiting);
 }
 
 struct AtRoute {
@@ -178,8 +175,7 @@ bool sendAtRequest(rilproxy_entity_priv_t *ctx, const AtCommandRequest &request,
     param.request_id = route.ril_request_id;
     param.serial_no = serial;
     param.parcel.setData(body, body_len);
-    return rilproxy_send_ril_request(ctx->cmd_thread.fd.load(std::memory_order_relaxed), &param) ==
-           0;
+    return rilproxy_channel_send(ctx, &param, RilproxySender::kTaskThread) == 0;
 }
 
 // 2002: relay the AT command as its RIL request. True when the event is parked for the answer;
@@ -213,8 +209,12 @@ bool relayAtCommand(rilproxy_entity_priv_t *ctx, event_ptr_t event) {
     ctx->cmd_thread.fd.store(-1, std::memory_order_relaxed);
     RLOGE("send ril request fail");
     // The slot stays taken, but the event is freed by the dispatcher, so the slot must not keep
-    // pointing at it.
-    rilproxy_hold_slot_without_event(ctx, serial);
+    // pointing at it. If the slot no longer holds it, the reader has answered the request while
+    // the send was blocked and freed the event: nothing more is owed, nor may it be touched.
+    if (!rilproxy_reclaim_event(ctx, serial, event, true)) {
+        RLOGE("event of serial_no %x already answered", serial);
+        return true;
+    }
     rilproxy_send_atcmd_response(self, event, request.token, AT_STATUS_NOT_SENT, nullptr);
     return false;
 }
@@ -236,14 +236,12 @@ bool handleTableRequest(rilproxy_entity_priv_t *ctx, event_ptr_t event, event_id
 void *rilproxy_task_hdl(task_ptr_t task, event_ptr_t event, void *user) {
     ZOK_LOG_SELF(kSigTaskHdl);
     rilproxy_entity_priv_t *ctx = static_cast<rilproxy_entity_priv_t *>(user);
+    RilproxyEvent owned(event);
     event_id_t id = event_get_id(event);
     bool parked = false;
 
     RLOGI("rilproxy_task_hdl(), receive event ID %s(%d)\n", event_get_name(id), id);
-    if (ctx == nullptr) {
-        vopa_event_free(event);
-        return nullptr;
-    }
+    if (ctx == nullptr) return nullptr;
 
     rilproxy_mutex_lock(&ctx->cmd_thread.sock_mutex);
     switch (id) {
@@ -268,6 +266,6 @@ void *rilproxy_task_hdl(task_ptr_t task, event_ptr_t event, void *user) {
     }
     rilproxy_mutex_unlock(&ctx->cmd_thread.sock_mutex);
 
-    if (!parked) vopa_event_free(event);
+    if (parked) owned.release();  // the pool holds it, or another thread already freed it
     return nullptr;
 }

@@ -6,11 +6,14 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <new>
+
 #include "core/dispatcher.h"
 #include "core/framework_calls.h"
 #include "core/log.h"
 #include "rilproxy_entity.h"
 #include "transport/reader.h"
+#include "transport/ril_channel.h"
 
 // Bound to ProcessState::initWithDriver by its mangled name and imported weakly, so that the
 // entity also loads where the platform's binder library lacks it (the address is then null).
@@ -61,6 +64,11 @@ extern "C" entity_ptr_t rilproxy_entity_init(entity_ptr_t entity, const entity_i
         goto fail;
     }
     if (entity != nullptr) entity->priv = ctx;
+    ctx->channel = new (std::nothrow) RilChannel(&ctx->cmd_thread);
+    if (ctx->channel == nullptr) {
+        failure = "can't allocate the memory";
+        goto fail;
+    }
 
     vopa_mutex_init(&ctx->event_pool_mutex);
     {
@@ -75,6 +83,7 @@ extern "C" entity_ptr_t rilproxy_entity_init(entity_ptr_t entity, const entity_i
         failure = "can't create the pipe";
         goto fail;
     }
+    ctx->channel->adoptPipe(ctx->cmd_thread.pipe_fd[0], ctx->cmd_thread.pipe_fd[1]);
     vopa_mutex_init(&ctx->cmd_thread.sock_mutex);
     ctx->cmd_thread.fd.store(-1, std::memory_order_relaxed);
     {
@@ -109,6 +118,7 @@ extern "C" entity_ptr_t rilproxy_entity_init(entity_ptr_t entity, const entity_i
 
 fail:
     RLOGE("%s", failure);
+    if (ctx != nullptr) delete ctx->channel;
     free(ctx);
     RLOGE("ASSERT!!!!!!");
     exit(-1);

@@ -6,6 +6,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "core/event_handle.h"
 #include "core/log.h"
 
 namespace {
@@ -13,7 +14,7 @@ namespace {
 // Without a task there is nobody to deliver to; the event is released rather than leaked.
 bool keepFor(task_ptr_t task, event_ptr_t ev) {
     if (task != nullptr) return true;
-    vopa_event_free(ev);
+    RilproxyEvent(ev).reset();
     return false;
 }
 

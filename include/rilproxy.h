@@ -20,6 +20,7 @@
 #define RILPROXY_VERSION_TEXT "1.0.20170215Icdb15d085"
 
 struct rilproxy_entity_priv;
+class RilChannel;
 
 // One RIL socket channel. `fd` and `enabled` are read without a lock by design (the reader polls
 // them between waits), so they are relaxed atomics of the size and place of an int32.
@@ -50,6 +51,10 @@ typedef struct rilproxy_entity_priv {
     // Slots whose event was handed back to the dispatcher (and freed) after an old-table failure.
     // They stay occupied until the pool is emptied but hold no event to touch.
     uint32_t held_without_event RILPROXY_GUARDED_BY(event_pool_mutex);  // bit per slot
+    // The command channel's connection (transport/ril_channel.h). Appended after the fields the
+    // layout fixes and held through a pointer, so no offset above moves and the zero-filled
+    // context stays plain memory; set once at init, before the reader starts.
+    RilChannel *channel;
 } rilproxy_entity_priv_t;
 
 static_assert(offsetof(rilproxy_entity_priv_t, task) == 0, "context doubles as the task");

@@ -15,8 +15,8 @@ extern "C" {
 RILPROXY_EXPORT entity_ptr_t rilproxy_entity_init(entity_ptr_t entity,
                                                   const entity_init_arg_ptr_t arg);
 RILPROXY_EXPORT void rilproxy_entity_version(void);
-// Ends the task and frees the context; the reader thread, pipes and parked events are left as
-// they are (the reader's teardown is the real end of the entity).
+// Ends the task and frees the context; the reader thread, its channel (socket and pipes) and the
+// parked events are left as they are (the reader's teardown is the real end of the entity).
 RILPROXY_EXPORT entity_ptr_t rilproxy_entity_exit(entity_ptr_t entity);
 
 RILPROXY_EXPORT extern ril_handler_t ril_handlers[];

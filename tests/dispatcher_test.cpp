@@ -3,6 +3,7 @@
 // to the bytes on the socket.
 #include "support/framework_fixture.h"
 #include "support/log_capture.h"
+#include "transport/reader.h"
 
 namespace {
 
@@ -152,6 +153,42 @@ TEST_F(DispatcherTest, AtCommandRelay) {
             RilproxyMutexHold hold(&t->ctx->event_pool_mutex);
             EXPECT_EQ(t->ctx->held_without_event, 1u);  // the slot stays taken, the event is gone
         }
+    }
+}
+
+// The daemon stops reading, answers the request the task thread is still sending (the reader
+// answers and frees its event), then closes: the failed send must leave that event alone.
+TEST_F(DispatcherTest, SendFailingAfterTheAnswerNeitherAnswersNorFreesAgain) {
+    AtCommandRequest at = {reinterpret_cast<void *>(0x77), 310, 0, "AT"};
+    const struct {
+        event_id_t id;
+        std::string payload, answer;
+    } cases[] = {
+        {EVENT_DEACTIVATE_DATA_CALL_REQ, std::string(12, '\0'), "reply 9 4006 8 [02 00 00 00]"},
+        {EVENT_RILPROXY_ATCMD_REQ, std::string(reinterpret_cast<char *>(&at), sizeof(at)),
+         "reply 9 3004 4120 [77 00 00 00]"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.id);
+        t.reset();
+        t.reset(new TestContext(true));
+        char fill[4096] = {};
+        while (send(t->own, fill, sizeof(fill), MSG_DONTWAIT) > 0) continue;
+        LogCapture logs;
+        ASSERT_TRUE(
+            vopa_host::post(TASK_ID_RILPROXY, c.id, c.payload.data(), int(c.payload.size()), 9));
+        auto sending = [&] { return logs.lines().back().message.find("send ril") == 0; };
+        for (int ms = 0; ms < 5000 && (logs.lines().empty() || !sending()); ms++) usleep(1000);
+        std::vector<uint8_t> refused = bytes(
+            "00 00 00 10 00 00 00 00 00 00 00 00 00 02 00 00 "
+            "02 00 00 00");
+        ASSERT_EQ(write(t->peer, refused.data(), refused.size()), 20);
+        EXPECT_EQ(rilproxy_read_one_frame(t->ctx, t->own), RILPROXY_FRAME_OK);
+        close(t->peer);
+        t->peer = -1;
+        ASSERT_TRUE(vopa_host::wait_task_idle(TASK_ID_RILPROXY, 5000));
+        EXPECT_EQ(delivered(4), c.answer);  // once, by the reader
+        EXPECT_EQ(vopa_host::counters().bad_frees, 0u);
     }
 }
 

@@ -201,23 +201,14 @@ TEST_F(ReaderTest, PipeWinsOverSocketAndIsDrainedInSteps) {
     EXPECT_EQ(rilproxy_check_thread_pipe(record, t->own, 0), 0);  // the other 476
     EXPECT_EQ(rilproxy_check_thread_pipe(record, t->own, 0), 1);
     EXPECT_EQ(rilproxy_check_thread_pipe(record, -1, 0), -1);  // the socket is not watched
-
-    LogCapture logs;
-    int open = record->pipe_fd[0];
-    record->pipe_fd[0] = dup(open);
-    close(record->pipe_fd[0]);  // a number that names no descriptor now
-    EXPECT_EQ(rilproxy_check_thread_pipe(record, -1, 0), -1);
-    record->pipe_fd[0] = open;
-    EXPECT_TRUE(logs.containsMessage("select error, errno = " + std::to_string(EBADF) + " (" +
-                                     strerror(EBADF) + ")"));
 }
 
 // The deadlock the reader must not walk into: the task thread is inside a send under sock_mutex
 // (here a 1 MiB frame) to a daemon that is not reading, and a refused TLV request must be re-sent.
 // The reader still returns from the frame, so it goes on reading and the daemon can move. The
 // task thread's frame goes out whole, its pipe byte wakes the reader, and the re-sent frame follows
-// whole once the socket, full again, drains.
-TEST_F(ReaderTest, RefusedTlvRetryWaitsNeitherForTheTaskThreadNorForAFullSocket) {
+// whole (through a full socket: the channel test's).
+TEST_F(ReaderTest, RefusedTlvRetryNeverWaitsForTheTaskThread) {
     property_set("persist.vendor.radio.simswitch", "2");  // capability SIM 1
     t.reset(new TestContext);
     rilproxy_entity_priv_t *ctx = t->ctx;
@@ -233,7 +224,7 @@ TEST_F(ReaderTest, RefusedTlvRetryWaitsNeitherForTheTaskThreadNorForAFullSocket)
         param.serial_no = 0x100;
         param.parcel.setData(big.data(), big.size());
         RilproxyMutexHold hold(&ctx->cmd_thread.sock_mutex);
-        EXPECT_EQ(rilproxy_send_ril_request(t->own, &param), 0);
+        EXPECT_EQ(ctx->channel->send(t->own, &param), 0);
     });
     pollfd sending = {t->peer, POLLIN, 0};  // its first bytes: it holds the socket now
     ASSERT_EQ(poll(&sending, 1, 5000), 1);
@@ -242,7 +233,7 @@ TEST_F(ReaderTest, RefusedTlvRetryWaitsNeitherForTheTaskThreadNorForAFullSocket)
     ASSERT_EQ(write(t->peer, refused.data(), refused.size()), ssize_t(refused.size()));
 
     EXPECT_EQ(rilproxy_read_one_frame(ctx, t->own), RILPROXY_FRAME_OK);
-    EXPECT_EQ(rilproxy_flush_reader_outbox(t->own), RILPROXY_OUTBOX_WAITS_FOR_TOKEN);
+    EXPECT_EQ(t->ctx->channel->flush(t->own), RILPROXY_OUTBOX_WAITS_FOR_TOKEN);
     auto drain = [&](size_t size) {
         std::vector<uint8_t> got(size);
         for (size_t at = 0; at < size;) {
@@ -258,17 +249,31 @@ TEST_F(ReaderTest, RefusedTlvRetryWaitsNeitherForTheTaskThreadNorForAFullSocket)
     EXPECT_TRUE(std::equal(big.begin(), big.end(), frame.begin() + 20)) << "frames interleaved";
     EXPECT_EQ(rilproxy_check_thread_pipe(&ctx->cmd_thread, -1, 0), 0) << "the reader not woken";
 
-    size_t filled = 0;
-    std::vector<char> filler(65536, 'f');
-    for (size_t chunk = filler.size(); chunk > 0; chunk /= 2) {
-        ssize_t n;
-        while ((n = send(t->own, filler.data(), chunk, MSG_DONTWAIT)) > 0) filled += n;
-    }
-    EXPECT_EQ(rilproxy_flush_reader_outbox(t->own), RILPROXY_OUTBOX_WAITS_FOR_SOCKET);
-    ASSERT_EQ(drain(filled).size(), filled);
-    EXPECT_EQ(t->received(), "");  // nothing of the re-sent frame before its turn
-    EXPECT_EQ(rilproxy_flush_reader_outbox(t->own), RILPROXY_OUTBOX_EMPTY);
+    EXPECT_EQ(t->ctx->channel->flush(t->own), RILPROXY_OUTBOX_EMPTY);
     EXPECT_EQ(t->received(), "00 00 00 10 04 00 00 00 01 00 00 00 38 00 00 00 00 03 00 00");
+}
+
+// A daemon that stops reading and keeps refusing the same parked request with the retry bit: the
+// re-sends it provokes stop at the outbox's ceiling, and the connection counts as lost.
+TEST_F(ReaderTest, ForgedRetryFloodStopsAtTheOutboxCeiling) {
+    t.reset(new TestContext);
+    event_ptr_t e = vopa_host::new_event(EVENT_LAST_DATA_CALL_FAIL_CAUSE_REQ, "", 1, 31);
+    uint8_t slot = rilproxy_add_event_to_pool(t->ctx, e) & RIL_SERIAL_SLOT_MASK;
+    char fill[4096] = {};
+    while (send(t->own, fill, sizeof(fill), MSG_DONTWAIT) > 0) continue;
+    LogCapture logs;
+    int rounds = 0;
+    for (; t->ctx->cmd_thread.fd >= 0 && rounds < 100; rounds++) {
+        std::vector<uint8_t> refused =
+            bytes("00 00 00 10 00 00 00 00 00 00 00 00 00 00 00 40 06 00 00 00");
+        refused[12] = slot;
+        ASSERT_EQ(write(t->peer, refused.data(), refused.size()), 20);
+        ASSERT_EQ(rilproxy_read_one_frame(t->ctx, t->own), RILPROXY_FRAME_OK);
+        for (slot = 0; slot < RILPROXY_EVENT_POOL_SIZE && t->slot(slot) != e;) slot++;
+    }
+    EXPECT_EQ(rounds, 33);  // 32 frames wait, the 33rd is one too many
+    EXPECT_TRUE(logs.containsMessage("reader outbox full (32 frames), the daemon does not read"));
+    EXPECT_EQ(delivered(4), "reply 31 4018 8 [02 00 00 00]");
 }
 
 }  // namespace

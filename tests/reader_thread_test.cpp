@@ -29,6 +29,7 @@
 #include "tools/sim/rild_sim.h"
 #include "transport/frame.h"
 #include "transport/reader.h"
+#include "transport/ril_channel.h"
 #include "vopa_host.h"
 
 namespace {
@@ -42,12 +43,13 @@ void setEnabled(rilproxy_entity_priv_t *ctx, int enabled) {
 }
 
 // The reader keeps the context for the rest of the process, as the entity's own thread does.
-TestContext *startReader(const char *configuredName = "") {
+TestContext *startReader(const char *configuredName = "", int boundMs = kRilproxySendBoundMs) {
     // Never destroyed, so leak checkers, which run after the static destructors, still reach it.
     static std::vector<TestContext *> *kept = new std::vector<TestContext *>;
     TestContext *t = new TestContext;  // its socketpair stays unused
     kept->push_back(t);
     rilproxy_entity_priv_t *ctx = t->ctx;
+    ctx->channel->setBoundsForTest(boundMs, boundMs);
     ctx->cmd_thread.fd.store(-1);
     snprintf(ctx->cmd_thread.socket_name, sizeof(ctx->cmd_thread.socket_name), "%s",
              configuredName);
@@ -146,7 +148,27 @@ struct TeardownCase {
     int propVer;
     std::function<void(RildSim *, rilproxy_entity_priv_t *)> provoke;
     const char *cause;  // regex of the line that starts the teardown
+    int boundMs = kRilproxySendBoundMs;
 };
+
+// The task thread in a 1 MiB send under sock_mutex to a daemon that does not read (and has not
+// for a while: the socket is full before the frame's first byte).
+void startStuckSend(rilproxy_entity_priv_t *ctx) {
+    char fill[4096] = {};
+    while (send(ctx->cmd_thread.fd, fill, sizeof(fill), MSG_DONTWAIT) > 0) continue;
+    std::promise<void> locked;
+    std::thread([ctx, &locked] {
+        std::vector<uint8_t> big(1 << 20, 0x5a);
+        rilproxy_ril_requset_param_t param;
+        param.request_id = RIL_REQUEST_RADIO_POWER;
+        param.serial_no = 0x100;
+        param.parcel.setData(big.data(), big.size());
+        RilproxyMutexHold hold(&ctx->cmd_thread.sock_mutex);
+        locked.set_value();
+        ctx->channel->send(ctx->cmd_thread.fd, &param);
+    }).detach();
+    locked.get_future().wait();
+}
 
 void runUntilTeardown(const TeardownCase &c) {
     zok_prop_ver = c.propVer;
@@ -155,7 +177,7 @@ void runUntilTeardown(const TeardownCase &c) {
     vopa_host::set_delivery_listener([](const vopa_host::Delivery &d) {
         fprintf(stderr, "delivered %d [%s]\n", d.id, hex(d.data.data(), 4).c_str());
     });
-    TestContext *t = startReader();
+    TestContext *t = startReader("", c.boundMs);
     if (!sim.acceptClient(5000)) return;
     if (!vopa_host::wait_for_id(EVENT_RILPROXY_STATE_IND, 5000)) return;
     AtCommandRequest request = {};
@@ -170,33 +192,28 @@ TEST_F(ReaderThreadTest, EveryLostConnectionEndsTheProcessAfterTheTeardownInOrde
         {"DisabledWhileConnected", 1,
          [](RildSim *, rilproxy_entity_priv_t *ctx) { setEnabled(ctx, 0); },
          "RIL Command thread is disable"},
-        // The task thread sits in a send under sock_mutex to a daemon that does not read; the
-        // teardown must not wait for that lock forever.
-        {"TaskThreadStuckInSend", 1,
-         [](RildSim *sim, rilproxy_entity_priv_t *ctx) {
-             std::promise<void> locked;
-             std::thread([ctx, &locked] {
-                 std::vector<uint8_t> big(1 << 20, 0x5a);
-                 rilproxy_ril_requset_param_t param;
-                 param.request_id = RIL_REQUEST_RADIO_POWER;
-                 param.serial_no = 0x100;
-                 param.parcel.setData(big.data(), big.size());
-                 RilproxyMutexHold hold(&ctx->cmd_thread.sock_mutex);
-                 locked.set_value();
-                 rilproxy_send_ril_request(ctx->cmd_thread.fd, &param);
-             }).detach();
-             locked.get_future().wait();
-             // Held open past the test's end, as a daemon that is alive.
-             EXPECT_GE(dup(sim->clientFd()), 0);
-             sim->writeRaw(bytes("00 00 00 08 00 00 00 00 02 00 00 00"));
-         },
-         "an unknown type \\(2\\)"},
         {"SenderMarkedLostOldNames", 0,
          [](RildSim *, rilproxy_entity_priv_t *ctx) {
              ctx->cmd_thread.fd.store(-1);
              setEnabled(ctx, 1);
          },
          "connect success"},
+        // Faults a hostile daemon or a neighbour in the process provoked, each ended by a bound
+        // (shortened here) instead of a spin or a wait for ever.
+        {"SocketClosedUnderneath", 1,
+         [](RildSim *, rilproxy_entity_priv_t *ctx) { close(ctx->cmd_thread.fd.load()); },
+         "select error, errno = 9", 300},
+        {"HalfFrame", 1,
+         [](RildSim *sim, rilproxy_entity_priv_t *) { sim->writeRaw(bytes("00 00 00 10 00 00")); },
+         "socket recv error : Resource temporarily unavailable", 300},
+        // The task thread sits in a send under sock_mutex: the teardown must not wait for that
+        // lock for ever.
+        {"DaemonStopsReading", 1,
+         [](RildSim *sim, rilproxy_entity_priv_t *ctx) {
+             startStuckSend(ctx);
+             EXPECT_GE(dup(sim->clientFd()), 0);  // held open past the test, as a live daemon
+         },
+         "socket send error : no progress for 300 ms", 300},
     };
     for (const TeardownCase &c : cases) {
         SCOPED_TRACE(c.name);

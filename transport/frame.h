@@ -1,43 +1,28 @@
-// The request frame sender, the reader's outbox, the whole-buffer socket loops and the response
-// feature-header parser. The task thread sends while it holds sock_mutex; a frame sent while the
-// reader handles a frame (the re-sent TLV request) is queued and written by the reader without
-// blocking (see frame.cpp); only the reader receives.
+// The RIL socket frame: the request header and its send, the whole-buffer socket loops and the
+// response feature-header parser. Which thread may send when is the channel's (ril_channel.h);
+// only the reader receives.
 #ifndef ZOK_TRANSPORT_FRAME_H
 #define ZOK_TRANSPORT_FRAME_H
 
 #include <stdint.h>
 
+#include <atomic>
+
 #include "rilproxy.h"
 
 // 0 when the 20-byte header and the whole payload went out, -1 header short, -2 payload short.
-// Writes the capability SIM computed now, not param->sim_id. Inside a RilproxyReaderSendScope,
-// 0 means queued (and written as far as the socket takes it now).
+// Writes the capability SIM computed now, not param->sim_id. Blocking, and takes no write token:
+// the entity's own senders go through their channel, which holds it around this.
 int rilproxy_send_ril_request(int fd, rilproxy_ril_requset_param_t *param);
 
-// Marks the calling thread as the reader handling a frame for the scope's life: its sends go to
-// the outbox. `wakeFd` (the reader's control pipe, non-blocking write end) is written when a
-// sender frees the socket while frames wait.
-class RilproxyReaderSendScope {
-public:
-    explicit RilproxyReaderSendScope(int wakeFd);
-    ~RilproxyReaderSendScope();
-    RilproxyReaderSendScope(const RilproxyReaderSendScope &) = delete;
-    RilproxyReaderSendScope &operator=(const RilproxyReaderSendScope &) = delete;
+// The 20-byte request header for `param`, logged as the request's send line.
+void rilproxy_build_request_header(int fd, const rilproxy_ril_requset_param_t *param,
+                                   uint32_t (&header)[RIL_REQ_HEADER_SIZE / 4]);
+// The blocking send of a built frame, results as rilproxy_send_ril_request. The payload goes in
+// steps; `moved`, when given, gets the time of each step that went out (the stall watch).
+int rilproxy_write_frame(int fd, const uint32_t (&header)[RIL_REQ_HEADER_SIZE / 4],
+                         const uint8_t *data, size_t size, std::atomic<int64_t> *moved);
 
-private:
-    bool mOuter;
-};
-
-enum rilproxy_outbox_state {
-    RILPROXY_OUTBOX_EMPTY = 0,             // everything written
-    RILPROXY_OUTBOX_WAITS_FOR_TOKEN = 1,   // the task thread is writing a frame
-    RILPROXY_OUTBOX_WAITS_FOR_SOCKET = 2,  // the socket is full: wait for POLLOUT
-    RILPROXY_OUTBOX_LOST = -1,             // the socket failed; the queue is dropped
-};
-// Reader thread only: writes what the outbox holds, never blocking.
-rilproxy_outbox_state rilproxy_flush_reader_outbox(int fd);
-// Reader thread only, at teardown: forgets what waits and gives the socket back to other senders.
-void rilproxy_drop_reader_outbox();
 // `len` on success, -1 on a socket error, the bytes moved so far when the peer closed.
 int _send_full(int fd, char *buf, int len);
 int _recv_full(int fd, char *buf, int len);

@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "core/capability_sim.h"
+#include "core/event_handle.h"
 #include "core/event_pool.h"
 #include "core/framework_calls.h"
 #include "core/log.h"
@@ -22,6 +23,7 @@
 #include "core/replies.h"
 #include "rilproxy_entity.h"
 #include "transport/frame.h"
+#include "transport/ril_channel.h"
 
 #if defined(__aarch64__)
 static_assert(SYS_exit_group == 94, "the device's exit-group system call");
@@ -196,7 +198,8 @@ static rilproxy_frame_result readSolicited(rilproxy_entity_priv_t *ctx, int fd, 
         return RILPROXY_FRAME_OK;
     }
 
-    event_ptr_t event = rilproxy_take_event_by_serial(ctx, f->serial_no);
+    RilproxyEvent owned(rilproxy_take_event_by_serial(ctx, f->serial_no));
+    event_ptr_t event = owned.get();
     if (event == nullptr) {
         RLOGI(
             "recv ril resp, length = %d, type = %d, result = %d, serial_no = %x, header_size = "
@@ -216,7 +219,6 @@ static rilproxy_frame_result readSolicited(rilproxy_entity_priv_t *ctx, int fd, 
         static_cast<int>(f->header_size), f->ret, static_cast<int>(sizeof(f->header_size)),
         feature->sim_id, event_id);
 
-    bool handedOver = false;
     if (event_id == EVENT_RILPROXY_ATCMD_REQ) {
         answerAtCommand(ctx, event, f->result, payload);
     } else if (f->result == ZOKRIL_E_REQUEST_NOT_SUPPORTED && retryFlag) {
@@ -224,14 +226,13 @@ static rilproxy_frame_result readSolicited(rilproxy_entity_priv_t *ctx, int fd, 
             "rild response as ZOKRIL_E_REQUEST_NOT_SUPPORTED and the retry-flag in serial_no is "
             "1, then need retry old request\n ");
         // From here the retry owns the event: it parks it again or releases it itself.
-        if (tables->retry != nullptr && tables->retry(ctx, event) == 0) handedOver = true;
+        if (tables->retry != nullptr && tables->retry(ctx, event) == 0) owned.release();
     } else {
         bool found = retryFlag
                          ? dispatchToRow(ctx, tables->tlv, event, event_id, *f, payload, feature)
                          : dispatchToRow(ctx, tables->plain, event, event_id, *f, payload, feature);
         if (!found) RLOGE("rilproxy_cmd_resp_thread(): an unknown event (%d)", event_id);
     }
-    if (!handedOver) vopa_event_free(event);
     free(payload);
     return RILPROXY_FRAME_OK;
 }
@@ -296,43 +297,57 @@ static void chooseSocketName(rilproxy_thread_priv_t *record, char *name, size_t 
     RLOGI("RIL Command thread try to connect the rild (%s) by default", name);
 }
 
-static int waitPipeAndSocket(rilproxy_thread_priv_t *thread, int fd, int timeout, bool wantWrite);
+static int waitPipeAndSocket(rilproxy_thread_priv_t *thread, int fd, int timeoutMs, bool wantWrite);
+// What the wait returns when the socket's descriptor is no longer valid (closed by someone else).
+constexpr int kSocketLost = -2;
 
-// Returns when the connection must be torn down.
-static void serveConnection(rilproxy_thread_priv_t *record, int fd) {
+// Returns when the connection must be torn down: false when the descriptor itself is gone.
+static bool serveConnection(rilproxy_thread_priv_t *record, int fd) {
     ZOK_LOG_AS(kSigCmdRespThread);
+    RilChannel *channel = record->entity->channel;
     for (;;) {
         // A sender marks a failed send with -1; 0 counts as lost too.
-        if (record->fd.load(std::memory_order_relaxed) <= 0) return;
+        if (record->fd.load(std::memory_order_relaxed) <= 0) return true;
         if (record->enabled.load(std::memory_order_relaxed) == 0) {
             RLOGE("RIL Command thread is disable");
-            return;
+            return true;
+        }
+        // A daemon that stopped reading leaves a send (the task thread's, holding sock_mutex, or
+        // the reader's queued frame) without progress; the reader, still free, ends it here.
+        if (channel->writeStalled()) {
+            RLOGE("socket send error : no progress for %d ms", channel->sendBoundMs());
+            return true;
         }
         // Frames the reader queued (re-sent requests) go out between reads, never blocking: the
         // reader must keep reading whatever the socket's other direction does.
-        switch (rilproxy_flush_reader_outbox(fd)) {
+        int idleMs = channel->waitBoundMs(kConnectedTimeout * 1000);
+        int woke = 0;
+        switch (channel->flush(fd)) {
             case RILPROXY_OUTBOX_LOST:
                 record->fd.store(-1, std::memory_order_relaxed);
-                return;
+                return true;
             case RILPROXY_OUTBOX_WAITS_FOR_SOCKET:
-                if (waitPipeAndSocket(record, fd, kConnectedTimeout, true) != 1) continue;
+                woke = waitPipeAndSocket(record, fd, idleMs, true);
                 break;
             case RILPROXY_OUTBOX_WAITS_FOR_TOKEN:
                 // The task thread's pipe byte wakes this wait when it frees the socket; the
                 // shorter time-out is only a backstop.
-                if (rilproxy_check_thread_pipe(record, fd, kWaitingTimeout) != 1) continue;
+                woke = waitPipeAndSocket(record, fd, channel->waitBoundMs(kWaitingTimeout * 1000),
+                                         false);
                 break;
             case RILPROXY_OUTBOX_EMPTY:
-                if (rilproxy_check_thread_pipe(record, fd, kConnectedTimeout) != 1) continue;
+                woke = waitPipeAndSocket(record, fd, idleMs, false);
                 break;
         }
-        if (rilproxy_read_one_frame(record->entity, fd) == RILPROXY_FRAME_FATAL) return;
+        if (woke == kSocketLost) return false;
+        if (woke != 1) continue;
+        if (rilproxy_read_one_frame(record->entity, fd) == RILPROXY_FRAME_FATAL) return true;
     }
 }
 
 // The order matters: the framework hears "closed" before the waiting events are released, and
 // the IMS daemons are stopped before the process ends so that init restarts them together.
-static void tearDown(rilproxy_thread_priv_t *record, int fd) {
+static void tearDown(rilproxy_thread_priv_t *record, int fd, bool stillOurs) {
     ZOK_LOG_AS(kSigCmdRespThread);
     rilproxy_entity_priv_t *entity = record->entity;
     // sock_mutex may be held by a task thread that sits in a send to a daemon that has stopped
@@ -340,12 +355,11 @@ static void tearDown(rilproxy_thread_priv_t *record, int fd) {
     // reader's queue and shutting the socket down first ends both waits at once (the send fails
     // with EPIPE), so the lock below comes free. The descriptor number stays taken until the
     // close, so no other descriptor can be mistaken for it meanwhile.
-    rilproxy_drop_reader_outbox();
-    shutdown(fd, SHUT_RDWR);
+    entity->channel->dropOutbox();
+    if (stillOurs) shutdown(fd, SHUT_RDWR);
     {
-        RilproxyMutexHold hold(&record->sock_mutex);
-        record->fd.store(-1, std::memory_order_relaxed);
-        close(fd);
+        RilproxyMutexHold hold(&entity->channel->mRecord->sock_mutex);
+        entity->channel->closeSocket(stillOurs);
         RLOGI("RIL Command socket (%d) is closed", fd);
     }
     rilproxy_send_bcast_state_notify(&entity->task, RILPROXY_STATE_CLOSED);
@@ -372,7 +386,8 @@ static void tearDown(rilproxy_thread_priv_t *record, int fd) {
 
 // The wait itself; with `wantWrite` also for POLLOUT on `fd`, and then 2 means the socket takes
 // bytes again (readable still wins, as 1). Its lines are the pipe wait's.
-static int waitPipeAndSocket(rilproxy_thread_priv_t *thread, int fd, int timeout, bool wantWrite) {
+static int waitPipeAndSocket(rilproxy_thread_priv_t *thread, int fd, int timeoutMs,
+                             bool wantWrite) {
     ZOK_LOG_AS(kSigCheckThreadPipe);
     // poll rather than select: a framework process may hold far more than FD_SETSIZE (1024)
     // descriptors, and the reader must still hear its pipe and socket when theirs are higher.
@@ -386,7 +401,7 @@ static int waitPipeAndSocket(rilproxy_thread_priv_t *thread, int fd, int timeout
         fds[1].events = static_cast<short>(POLLIN | (wantWrite ? POLLOUT : 0));
         count = 2;
     }
-    int n = poll(fds, count, timeout * 1000);
+    int n = poll(fds, count, timeoutMs);
     int err = n < 0 ? errno : 0;
     // poll flags a closed descriptor per entry where select failed the whole call with EBADF;
     // it is reported the same way, before anything else is looked at.
@@ -394,6 +409,9 @@ static int waitPipeAndSocket(rilproxy_thread_priv_t *thread, int fd, int timeout
     if (err != 0) {
         // The text names select on purpose: log readers grep for it.
         if (err != EINTR) RLOGE("select error, errno = %d (%s)", err, strerror(err));
+        // The socket's number closed under the reader (by another part of the process) is a lost
+        // connection: waiting on it again would only spin.
+        if (count == 2 && (fds[1].revents & POLLNVAL) != 0) return kSocketLost;
         return -1;
     }
     if (n == 0) return -1;
@@ -414,14 +432,13 @@ static int waitPipeAndSocket(rilproxy_thread_priv_t *thread, int fd, int timeout
 }
 
 int rilproxy_check_thread_pipe(rilproxy_thread_priv_t *thread, int fd, int timeout) {
-    return waitPipeAndSocket(thread, fd, timeout, false);
+    int woke = waitPipeAndSocket(thread, fd, timeout * 1000, false);
+    return woke == kSocketLost ? -1 : woke;
 }
 
 rilproxy_frame_result rilproxy_read_one_frame_with(rilproxy_entity_priv_t *ctx, int fd,
                                                    const rilproxy_reader_tables_t *tables) {
     ZOK_LOG_AS(kSigCmdRespThread);
-    // Whatever this frame makes the entity send is queued, not sent blocking (frame.cpp).
-    RilproxyReaderSendScope sendScope(ctx != nullptr ? ctx->cmd_thread.pipe_fd[1] : -1);
     uint32_t header[kHeaderWords];
     memset(header, 0, sizeof(header));
     Frame f;
@@ -481,6 +498,9 @@ void *rilproxy_cmd_resp_thread(void *arg) {
     ZOK_LOG_SELF(kSigCmdRespThread);
     rilproxy_thread_priv_t *record = static_cast<rilproxy_thread_priv_t *>(arg);
     rilproxy_entity_priv_t *entity = record->entity;
+    // The reader uses the channel for the rest of the process, also after the entity's exit has
+    // freed the context; this reference keeps it reachable (and leak checkers quiet).
+    RilChannel *const channel = entity->channel;
     // Zeroed once, not per attempt: a name that fails is overwritten by the next choice.
     char name[kNameSize];
     memset(name, 0, sizeof(name));
@@ -499,14 +519,14 @@ void *rilproxy_cmd_resp_thread(void *arg) {
             continue;
         }
         {
-            RilproxyMutexHold hold(&record->sock_mutex);
-            record->fd.store(fd, std::memory_order_relaxed);
+            RilproxyMutexHold hold(&channel->mRecord->sock_mutex);
+            channel->adoptSocket(fd);
             RLOGI("RIL Command socket connect success, fd = %d", fd);
         }
         rilproxy_send_data_notification_request(&entity->task);
         rilproxy_send_bcast_state_notify(&entity->task, RILPROXY_STATE_CONNECTED);
-        serveConnection(record, fd);
-        tearDown(record, fd);
+        bool stillOurs = serveConnection(record, fd);
+        tearDown(record, fd, stillOurs);
     }
     return nullptr;
 }

@@ -22,6 +22,7 @@
 #include "rilproxy.h"
 #include "support/bytes.h"
 #include "transport/frame.h"
+#include "transport/ril_channel.h"
 
 struct TestContext {
     rilproxy_entity_priv_t *ctx;
@@ -38,6 +39,7 @@ struct TestContext {
             ctx->serial_seq = 1;
         }
         ctx->cmd_thread.entity = ctx->urc_thread.entity = ctx;
+        ctx->channel = new RilChannel(&ctx->cmd_thread);
         int sv[2];
         // Out of descriptors: no test could mean anything after this.
         if (pipe2(ctx->cmd_thread.pipe_fd, O_NONBLOCK) != 0 ||
@@ -45,7 +47,11 @@ struct TestContext {
             socketpair(AF_UNIX, SOCK_STREAM, 0, sv) != 0) {
             abort();
         }
-        ctx->cmd_thread.fd = own = sv[0];
+        ctx->channel->adoptPipe(ctx->cmd_thread.pipe_fd[0], ctx->cmd_thread.pipe_fd[1]);
+        {
+            RilproxyMutexHold hold(&ctx->channel->mRecord->sock_mutex);
+            ctx->channel->adoptSocket(own = sv[0]);
+        }
         peer = sv[1];
         if (with_task) {
             vopa_task_init(&ctx->task, ENTITY_ID_RILPROXY, TASK_ID_RILPROXY);
@@ -55,12 +61,8 @@ struct TestContext {
     ~TestContext() {
         if (with_task) vopa_task_exit(&ctx->task);
         rilproxy_free_all_event(ctx);
-        // The reader's outbox outlives a context: nothing left in it may reach the next socket.
-        rilproxy_drop_reader_outbox();
-        for (int fd : {ctx->cmd_thread.pipe_fd[0], ctx->cmd_thread.pipe_fd[1],
-                       ctx->urc_thread.pipe_fd[0], ctx->urc_thread.pipe_fd[1], peer, own}) {
-            close(fd);
-        }
+        delete ctx->channel;  // the socket and the command pipe with it
+        for (int fd : {ctx->urc_thread.pipe_fd[0], ctx->urc_thread.pipe_fd[1], peer}) close(fd);
         free(ctx);
     }
     // The pool as the tracker sees it, read and written under its mutex.
