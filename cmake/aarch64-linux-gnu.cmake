@@ -1,25 +1,7 @@
-# Cross build for the device's architecture with Debian's aarch64-linux-gnu toolchain; tests run
-# under qemu-user. The sysroot is where Debian's cross packages install the target's libc and
-# libstdc++, so the emulator's -L lets the target's dynamic loader find them.
+# Cross build for the device's architecture with Debian's aarch64-linux-gnu GCC toolchain; tests
+# run under qemu-user (aarch64-target.cmake).
 #
 #     cmake -S . -B build-aarch64 -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake
-set(CMAKE_SYSTEM_NAME Linux)
-set(CMAKE_SYSTEM_PROCESSOR aarch64)
-
-set(ZOK_AARCH64_SYSROOT /usr/aarch64-linux-gnu CACHE PATH "target libraries for qemu-aarch64")
-
 set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)
 set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
-
-set(CMAKE_FIND_ROOT_PATH ${ZOK_AARCH64_SYSROOT})
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-
-find_program(ZOK_QEMU_AARCH64 NAMES qemu-aarch64 qemu-aarch64-static REQUIRED)
-# The libraries built in this tree (liblog, libcutils, libbinder, libvopa, the entity) are found
-# through the build tree's RPATH, which CMake writes as absolute paths. qemu looks an absolute
-# path up under -L first and falls back to the real one, so no LD_LIBRARY_PATH is needed (it
-# would also leak into every host program a test starts).
-set(CMAKE_CROSSCOMPILING_EMULATOR ${ZOK_QEMU_AARCH64} -L ${ZOK_AARCH64_SYSROOT})
+include(${CMAKE_CURRENT_LIST_DIR}/aarch64-target.cmake)
