@@ -92,5 +92,17 @@ timeout 10 "$tap" --socket-dir socks --listen rild-held --upstream x --capture k
 [ "$(cat kept.pcapng)" = 'old contents' ] || fail "a refused tap replaced its capture file"
 wait
 
+# A tap whose entity arrives before its daemon listens waits for the daemon.
+"$tap" --socket-dir socks --listen rild-early --upstream rild-late --capture late.pcapng \
+  2>tap.err &
+tapped=$!
+for _ in $(seq 100); do [ -S socks/rild-early ] && break; sleep 0.1; done
+timeout 30 "$tools/rilproxy-host" --socket-dir socks --prop vendor.ril.zok.socket=rild-early \
+  connect.script >/dev/null 2>&1 &
+sleep 1
+timeout 30 "$sim" --socket-dir socks --name rild-late --accept-timeout 10000 >late.out 2>&1
+wait "$tapped" || fail "a tap started before its daemon: $(cat tap.err)"
+wait
+
 echo "bad inputs: $cases cases, $failures failures"
 [ "$failures" = 0 ]

@@ -96,7 +96,10 @@ int main(int argc, char **argv) {
         fprintf(stderr, "rild-tap: accept: %s\n", strerror(errno));
         return 1;
     }
-    int daemon = tap::connectTo(dir + "/" + upstreamName, &error);
+    // Started side by side with its daemon (a script, a test harness), the tap may meet the entity
+    // before the daemon listens: it waits a little for the daemon instead of failing the session.
+    constexpr int kUpstreamWaitMs = 5000;
+    int daemon = tap::connectTo(dir + "/" + upstreamName, &error, kUpstreamWaitMs);
     if (daemon < 0) {
         fprintf(stderr, "rild-tap: %s\n", error.c_str());
         close(entity);

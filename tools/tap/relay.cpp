@@ -70,20 +70,25 @@ int acceptOne(int listener) {
     }
 }
 
-int connectTo(const std::string &path, std::string *error) {
+int connectTo(const std::string &path, std::string *error, int waitMs) {
     sockaddr_un addr;
     if (!makeAddress(path, &addr, error)) return -1;
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
-        *error = std::string("socket: ") + strerror(errno);
-        return -1;
-    }
-    if (connect(fd, reinterpret_cast<sockaddr *>(&addr), sizeof(addr)) != 0) {
-        *error = "cannot connect to " + path + ": " + strerror(errno);
+    constexpr int kStepMs = 50;
+    for (int waited = 0;; waited += kStepMs) {
+        int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        if (fd < 0) {
+            *error = std::string("socket: ") + strerror(errno);
+            return -1;
+        }
+        if (connect(fd, reinterpret_cast<sockaddr *>(&addr), sizeof(addr)) == 0) return fd;
+        int err = errno;
         close(fd);
-        return -1;
+        if ((err != ENOENT && err != ECONNREFUSED) || waited >= waitMs) {
+            *error = "cannot connect to " + path + ": " + strerror(err);
+            return -1;
+        }
+        usleep(kStepMs * 1000);
     }
-    return fd;
 }
 
 void relay(int entity, int daemon, capture::Writer *capture) {

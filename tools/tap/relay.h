@@ -23,8 +23,9 @@ namespace tap {
 int listenAt(const std::string &path, std::string *error);
 // Blocks until one client connects; -1 on failure.
 int acceptOne(int listener);
-// A stream socket connected to `path`; -1 on failure.
-int connectTo(const std::string &path, std::string *error);
+// A stream socket connected to `path`; -1 on failure. While nothing listens there yet (no socket
+// file, or a refused connect), tries again every 50 ms for up to `waitMs`.
+int connectTo(const std::string &path, std::string *error, int waitMs = 0);
 // Copies until either side closes or fails, then closes both. `capture` may be null.
 void relay(int entity, int daemon, capture::Writer *capture);
 
