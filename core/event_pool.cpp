@@ -111,14 +111,6 @@ event_ptr_t rilproxy_take_event_by_serial(rilproxy_entity_priv_t *ctx, uint32_t 
     return event;
 }
 
-void rilproxy_hold_slot_without_event(rilproxy_entity_priv_t *ctx, uint32_t serial_no) {
-    uint32_t slot = serial_no & RIL_SERIAL_SLOT_MASK;
-    if (serial_no == 0 || slot >= RILPROXY_EVENT_POOL_SIZE) return;
-    RilproxyMutexHold hold(&ctx->event_pool_mutex);
-    ctx->event_pool[slot] = nullptr;
-    ctx->held_without_event |= 1u << slot;
-}
-
 bool rilproxy_reclaim_event(rilproxy_entity_priv_t *ctx, uint32_t serial_no, event_ptr_t event,
                             bool holdSlot) {
     uint32_t slot = serial_no & RIL_SERIAL_SLOT_MASK;

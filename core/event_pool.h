@@ -20,10 +20,6 @@ event_ptr_t rilproxy_take_event_by_serial(rilproxy_entity_priv_t *ctx, uint32_t 
 int rilproxy_handle_ril_request(rilproxy_entity_priv_t *ctx, event_ptr_t event, ril_handler_t *row);
 int rilproxy_handle_ril_request_tlv(rilproxy_entity_priv_t *ctx, event_ptr_t event,
                                     ril_handler_tlv_t *row);
-// Keeps the slot of `serial_no` occupied but forgets its event, for a request whose event goes
-// back to its caller (and is freed there) after a failure: the slot is not handed out again and
-// take finds nothing in it, until rilproxy_free_all_event empties the pool.
-void rilproxy_hold_slot_without_event(rilproxy_entity_priv_t *ctx, uint32_t serial_no);
 // Which thread sends a request's frame: the task thread blocks under the write token, the reader
 // queues it in the channel's outbox.
 enum class RilproxySender { kTaskThread, kReader };
@@ -34,7 +30,9 @@ int rilproxy_channel_send(rilproxy_entity_priv_t *ctx, rilproxy_ril_requset_para
                           RilproxySender sender);
 // Takes `event` back out of the slot of `serial_no` after a failure. False when the slot no
 // longer holds it: another thread took it (and answers and frees it). With `holdSlot` the slot
-// stays taken. True for a serial that was never parked (0).
+// stays occupied without an event, for a request whose event goes back to its caller (and is
+// freed there): it is not handed out again and take finds nothing in it until
+// rilproxy_free_all_event empties the pool. True for a serial that was never parked (0).
 bool rilproxy_reclaim_event(rilproxy_entity_priv_t *ctx, uint32_t serial_no, event_ptr_t event,
                             bool holdSlot);
 // Re-sends an event taken out of the pool through ril_handlers. Always 0: the event is handed

@@ -117,7 +117,7 @@ TEST_F(EventPoolTest, FreeAllAnswersAtRequestersOnly) {
     add(event(EVENT_RILPROXY_ATCMD_REQ, &at, sizeof(at)));
     add(event(4005));
     add(event(EVENT_RILPROXY_ATCMD_REQ, "\x11\x22\x33\x44", 4));  // short: token bytes 0-3 only
-    rilproxy_hold_slot_without_event(t->ctx, 0x303);
+    rilproxy_reclaim_event(t->ctx, 0x303, nullptr, true);         // slot 3 held without an event
     LogCapture logs;
     EXPECT_EQ(rilproxy_free_all_event(t->ctx), 0);
     EXPECT_EQ(delivered(20),
