@@ -12,10 +12,18 @@ uint32_t lengthWord(const uint8_t *p) {
            static_cast<uint32_t>(p[2]) << 8 | p[3];
 }
 
-uint32_t wordAt(const std::vector<uint8_t> &frame, size_t offset) {
+namespace {
+
+uint32_t hostWord(const uint8_t *p) {
     uint32_t w;
-    memcpy(&w, frame.data() + offset, sizeof(w));
+    memcpy(&w, p, sizeof(w));
     return w;
+}
+
+}  // namespace
+
+uint32_t wordAt(const std::vector<uint8_t> &frame, size_t offset) {
+    return hostWord(frame.data() + offset);
 }
 
 bool FrameSplitter::feed(const uint8_t *data, size_t len,
@@ -40,13 +48,12 @@ bool FrameSplitter::feed(const uint8_t *data, size_t len,
 
 bool parseRequestHeader(const uint8_t *head, size_t len, RequestHeader *out) {
     if (len < RIL_REQ_HEADER_SIZE) return false;
-    const std::vector<uint8_t> h(head, head + RIL_REQ_HEADER_SIZE);
     RequestHeader r;
     r.length = lengthWord(head);
-    r.headerSize = wordAt(h, 4);
-    r.simId = static_cast<int32_t>(wordAt(h, 8));
-    r.requestId = static_cast<int32_t>(wordAt(h, 12));
-    r.serial = wordAt(h, 16);
+    r.headerSize = hostWord(head + 4);
+    r.simId = static_cast<int32_t>(hostWord(head + 8));
+    r.requestId = static_cast<int32_t>(hostWord(head + 12));
+    r.serial = hostWord(head + 16);
     if (r.length < RIL_REQ_HEADER_WORDS_AFTER_LENGTH || r.length > RIL_FRAME_LENGTH_MAX ||
         r.headerSize != RIL_REQ_FEATURE_HEADER_SIZE) {
         return false;
